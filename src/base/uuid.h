@@ -1,0 +1,37 @@
+#pragma once
+
+#include <array>
+#include <compare>
+#include <cstdint>
+#include <cstring>
+#include <functional>
+#include <optional>
+#include <string>
+#include <string_view>
+
+namespace velotide {
+
+// A 128-bit identifier. Its text form is the canonical 8-4-4-4-12 one, written in upper case and read in
+// either case; the order of UUIDs is the order of their texts.
+struct Uuid {
+  std::array<std::uint8_t, 16> bytes{};
+
+  // A version 4 UUID from the kernel's random source.
+  static Uuid random();
+  // Nothing unless `text` is exactly the canonical form.
+  static std::optional<Uuid> parse(std::string_view text);
+  std::string text() const;
+
+  auto operator<=>(const Uuid&) const = default;
+};
+
+}  // namespace velotide
+
+template <>
+struct std::hash<velotide::Uuid> {
+  std::size_t operator()(const velotide::Uuid& uuid) const noexcept {
+    std::size_t value;
+    std::memcpy(&value, uuid.bytes.data(), sizeof value);
+    return value;
+  }
+};
