@@ -15,6 +15,16 @@
 
 namespace velotide {
 
+// What an event says beyond session, kind and time.
+struct TerminalEventDetails {
+  std::optional<Uuid> commandID{};
+  std::optional<TerminalCommandLifecycleState> commandState{};
+  std::optional<std::int64_t> revision{};
+  std::optional<TerminalAgentSnapshot> agent{};
+  std::optional<TerminalSessionLocation> location{};
+  std::optional<TerminalAttentionItem> attention{};
+};
+
 // The newest happenings of all sessions, numbered without holes and read by cursor.
 // Bounded: past its capacity it drops the oldest event, and a reader that still wanted it is told "cursor
 // expired" instead of being led over the gap. Observers get every event in order, one event at a time, also
@@ -24,16 +34,6 @@ class TerminalSessionEventStore {
   static constexpr std::int64_t defaultCapacity = 1024;
 
   using Observer = std::function<void(const TerminalSessionEvent&)>;
-
-  // What an event says beyond session, kind and time.
-  struct Details {
-    std::optional<Uuid> commandID{};
-    std::optional<TerminalCommandLifecycleState> commandState{};
-    std::optional<std::int64_t> revision{};
-    std::optional<TerminalAgentSnapshot> agent{};
-    std::optional<TerminalSessionLocation> location{};
-    std::optional<TerminalAttentionItem> attention{};
-  };
 
   // A capacity below 1 counts as 1. `appEpoch` identifies this run of the service.
   explicit TerminalSessionEventStore(const Uuid& appEpoch, std::int64_t capacity = defaultCapacity);
@@ -45,7 +45,7 @@ class TerminalSessionEventStore {
   // The position behind the newest event.
   TerminalEventCursor cursor() const { return {appEpoch_, sequence_}; }
 
-  void publish(const Uuid& tabID, TerminalSessionEventKind kind, Date now, Details details = {});
+  void publish(const Uuid& tabID, TerminalSessionEventKind kind, Date now, TerminalEventDetails details = {});
 
   // The registration that removeObserver takes; removing an unknown one does nothing. An observer removed
   // during a delivery may still get the event that is being delivered.

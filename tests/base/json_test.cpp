@@ -51,6 +51,7 @@ std::optional<T> decoded(std::string_view text) {
   JsonDocument document;
   ByteQueue buffer;
   buffer.append(text);
+  buffer.reserve(1);  // an empty queue has no memory to work in
   return decodeText<T>(document, buffer.mutableText());
 }
 
