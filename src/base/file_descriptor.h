@@ -23,6 +23,9 @@ class FileDescriptor {
   int get() const { return descriptor_; }
   bool isOpen() const { return descriptor_ >= 0; }
 
+  // Gives the descriptor and the duty away.
+  int release() { return std::exchange(descriptor_, -1); }
+
   // 0, or -1 with errno; nothing is open afterwards either way.
   int close() {
     if (!isOpen()) return 0;

@@ -1,0 +1,28 @@
+#pragma once
+
+#include <deque>
+#include <unordered_map>
+
+#include "base/uuid.h"
+#include "protocol/runtime_response.h"
+
+namespace velotide {
+
+// The answers to the newest mutating requests, by request ID: a client that lost an answer sends the request
+// again and is answered without the action being repeated. Not tied to connections. Bounded: the oldest
+// answer is forgotten when one more than the capacity is stored.
+class ReplyCache {
+ public:
+  static constexpr std::size_t capacity = 1024;
+
+  // Null when nothing is held under the ID; valid until the next store.
+  const TerminalRuntimeResponse* find(const Uuid& id) const;
+  // `response` goes under its own ID, which must not be held.
+  void store(const TerminalRuntimeResponse& response);
+
+ private:
+  std::unordered_map<Uuid, TerminalRuntimeResponse> replies_;
+  std::deque<Uuid> order_;
+};
+
+}  // namespace velotide

@@ -1,0 +1,255 @@
+#include "service/request_dispatch.h"
+
+#include <utility>
+
+#include "base/fatal.h"
+#include "protocol/limits.h"
+#include "protocol/runtime_failure.h"
+#include "service/error_word.h"
+#include "service/output_filling.h"
+
+namespace velotide {
+
+namespace {
+
+using Action = TerminalRuntimeAction;
+
+constexpr std::int64_t defaultEventLimit = 100;
+
+void require(bool rule, RuntimeFailure otherwise) {
+  if (!rule) throw Failure(otherwise);
+}
+
+// Actions that must not happen twice when a client repeats a request.
+bool isMutating(Action action) {
+  switch (action) {
+    case Action::create:
+    case Action::restartExited:
+    case Action::bindAgent:
+    case Action::reportAgent:
+    case Action::input:
+    case Action::resize:
+    case Action::close:
+    case Action::acquireControl:
+    case Action::renewControl:
+    case Action::releaseControl:
+    case Action::acknowledgeAttention:
+    case Action::configureReminders:
+      return true;
+    case Action::hello:
+    case Action::list:
+    case Action::read:
+    case Action::subscribe:
+    case Action::inspectInput:
+    case Action::listAttention:
+    case Action::readEvents:
+    case Action::shutdownIfEmpty:
+    case Action::diagnostics:
+    case Action::getAgentState:
+      return false;
+  }
+  fatal("an action of no kind");
+}
+
+}  // namespace
+
+TerminalRuntimeResponse RequestDispatch::perform(const TerminalRuntimeRequest& request) {
+  TerminalRuntimeResponse response;
+  response.serviceEpoch = state_.epoch;
+  response.id = request.id;
+  response.action = request.action;
+  response.features.emplace(TerminalRuntimeLimits::features.begin(), TerminalRuntimeLimits::features.end());
+  if (request.protocolVersion != TerminalRuntimeLimits::protocolVersion) {
+    response.ok = false;
+    response.error = "incompatible_protocol";
+    return response;
+  }
+  if (request.action == Action::hello) return response;
+
+  try {
+    require(state_.socket.authorizes(request.capability), RuntimeFailure::invalidCapability);
+    if (const TerminalRuntimeResponse* reply = replies_.find(request.id)) {
+      require(reply->action == request.action, RuntimeFailure::invalidRequest);
+      return *reply;
+    }
+    performAction(request, response);
+    if (isMutating(request.action)) replies_.store(response);
+  } catch (...) {
+    response.ok = false;
+    response.error = errorWordOfCurrentFailure();
+  }
+  response.eventHead = state_.events.cursor();
+  return response;
+}
+
+void RequestDispatch::performAction(const TerminalRuntimeRequest& request,
+                                    TerminalRuntimeResponse& response) {
+  switch (request.action) {
+    case Action::hello:
+      return;
+    case Action::create:
+      return create(request, response);
+    case Action::list:
+      return list(response);
+    case Action::listAttention:
+      response.attention.emplace();
+      return;
+    case Action::acknowledgeAttention:
+      require(request.attentionID && request.attentionVersion, RuntimeFailure::invalidRequest);
+      throw Failure(TerminalAttentionMutationError::notFound);
+    case Action::readEvents:
+      return readEvents(request, response);
+    case Action::shutdownIfEmpty:
+      return shutdownIfEmpty();
+    case Action::diagnostics:
+      return diagnostics(response);
+    case Action::read:
+    case Action::subscribe:
+    case Action::inspectInput:
+    case Action::input:
+    case Action::resize:
+    case Action::close:
+    case Action::restartExited:
+    case Action::acquireControl:
+    case Action::renewControl:
+    case Action::releaseControl:
+    case Action::bindAgent:
+    case Action::reportAgent:
+    case Action::getAgentState:
+    case Action::configureReminders:
+      return performOnSession(request, response);
+  }
+}
+
+void RequestDispatch::create(const TerminalRuntimeRequest& request, TerminalRuntimeResponse& response) {
+  require(!state_.shutdownRequested, RuntimeFailure::unavailable);
+  const std::size_t held = state_.sessions.size() + state_.retired.size();
+  // A missing launch deliberately shares the word of the limit.
+  require(held < TerminalRuntimeLimits::maximumSessions && request.launch, RuntimeFailure::resourceLimit);
+  const Uuid id = request.sessionID.value_or(Uuid::random());
+  require(state_.find(id) == nullptr, RuntimeFailure::invalidRequest);
+
+  auto session = std::make_unique<RuntimeSession>(id, *request.launch, state_.events, state_.clock);
+  response.session = session->info();
+  state_.sessions.emplace(id, std::move(session));
+  state_.events.publish(id, TerminalSessionEventKind::registered, state_.clock.date(),
+                        {.location = TerminalSessionLocation::mainWindow});
+}
+
+void RequestDispatch::list(TerminalRuntimeResponse& response) const {
+  // The map's order is the order of the identifiers' texts.
+  response.sessions.emplace();
+  for (const auto& [id, session] : state_.sessions) response.sessions->push_back(session->info());
+}
+
+void RequestDispatch::readEvents(const TerminalRuntimeRequest& request,
+                                 TerminalRuntimeResponse& response) const {
+  response.events = state_.events.read(request.eventAfter.value_or(state_.events.cursor()),
+                                       request.eventLimit.value_or(defaultEventLimit));
+}
+
+void RequestDispatch::shutdownIfEmpty() {
+  // The word tells the caller that sessions still hold the service.
+  require(state_.sessions.empty(), RuntimeFailure::controlOwned);
+  state_.shutdownRequested = true;
+}
+
+void RequestDispatch::diagnostics(TerminalRuntimeResponse& response) const {
+  response.disconnects.emplace(state_.disconnects.begin(), state_.disconnects.end());
+  response.pendingWaits = 0;
+}
+
+void RequestDispatch::performOnSession(const TerminalRuntimeRequest& request,
+                                       TerminalRuntimeResponse& response) {
+  RuntimeSession* session = request.sessionID ? state_.find(*request.sessionID) : nullptr;
+  require(session != nullptr, RuntimeFailure::unavailable);
+  session->refresh();
+  session->validate(request, RuntimeSession::Need::generation);
+
+  // These two end the session, so they describe what is left themselves.
+  if (request.action == Action::close) return close(request, *session, response);
+  if (request.action == Action::restartExited) return restartExited(request, *session, response);
+
+  performSessionAction(request, *session, response);
+  response.session = session->info();
+  if (const auto group = session->foregroundProcessGroup()) response.foregroundPID = group;
+}
+
+void RequestDispatch::performSessionAction(const TerminalRuntimeRequest& request, RuntimeSession& session,
+                                           TerminalRuntimeResponse& response) {
+  switch (request.action) {
+    case Action::read:
+    case Action::subscribe:
+      return fillOutput(response, state_, session, request.after);
+    case Action::inspectInput:
+      return inspectInput(session, response);
+    case Action::input:
+      response.echoEnabled = session.input(request);
+      return;
+    case Action::resize:
+      return session.resize(request);
+    case Action::acquireControl:
+    case Action::renewControl:
+    case Action::releaseControl:
+      return session.updateControl(request);
+    case Action::getAgentState:
+      response.attention.emplace();
+      return;
+    case Action::configureReminders:
+      require(request.reminderPolicy.has_value(), RuntimeFailure::invalidRequest);
+      return session.configureReminders(*request.reminderPolicy);
+    case Action::hello:
+    case Action::create:
+    case Action::list:
+    case Action::listAttention:
+    case Action::acknowledgeAttention:
+    case Action::readEvents:
+    case Action::shutdownIfEmpty:
+    case Action::diagnostics:
+    case Action::close:
+    case Action::restartExited:
+    case Action::bindAgent:
+    case Action::reportAgent:
+      break;
+  }
+  throw Failure(RuntimeFailure::invalidRequest);
+}
+
+void RequestDispatch::inspectInput(const RuntimeSession& session, TerminalRuntimeResponse& response) const {
+  response.echoEnabled = session.echoes();
+  response.foregroundPID = session.foregroundProcessGroup();
+  const bool known = session.running() && response.echoEnabled && response.foregroundPID;
+  require(known, RuntimeFailure::unavailable);
+}
+
+void RequestDispatch::close(const TerminalRuntimeRequest& request, RuntimeSession& session,
+                            TerminalRuntimeResponse& response) {
+  session.validate(request, RuntimeSession::Need::control);
+  session.close();
+  if (session.running()) {
+    state_.retired.push_back({session.pid(), state_.clock.uptime() + RetiredChild::patience});
+  }
+  response.session = session.info();
+  const Uuid id = session.id();
+  state_.sessions.erase(id);
+  state_.events.publish(id, TerminalSessionEventKind::closed, state_.clock.date());
+}
+
+void RequestDispatch::restartExited(const TerminalRuntimeRequest& request, RuntimeSession& session,
+                                    TerminalRuntimeResponse& response) {
+  session.validate(request, RuntimeSession::Need::control);
+  const bool allowed =
+      !state_.shutdownRequested && !session.running() && !session.control().owner() && request.launch;
+  require(allowed, RuntimeFailure::invalidRequest);
+  const Uuid id = session.id();
+  auto successor = std::make_unique<RuntimeSession>(id, *request.launch, state_.events, state_.clock);
+  session.close();
+  state_.events.publish(id, TerminalSessionEventKind::closed, state_.clock.date());
+  std::unique_ptr<RuntimeSession>& place = state_.sessions.at(id);
+  place = std::move(successor);
+  state_.events.publish(id, TerminalSessionEventKind::registered, state_.clock.date(),
+                        {.location = TerminalSessionLocation::mainWindow});
+  response.session = place->info();
+}
+
+}  // namespace velotide

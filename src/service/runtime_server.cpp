@@ -1,0 +1,201 @@
+#include "service/runtime_server.h"
+
+#include <errno.h>
+#include <signal.h>
+
+#include <algorithm>
+
+#include "protocol/limits.h"
+#include "protocol/runtime_failure.h"
+#include "protocol/transport_frame.h"
+#include "service/subscriptions.h"
+#include "terminal/pseudo_terminal.h"
+
+namespace velotide {
+
+namespace {
+
+constexpr int acceptsPerTurn = 8;
+constexpr int framesPerCall = 8;
+constexpr Seconds exhaustionPause = 0.1;
+
+}  // namespace
+
+RuntimeServer::RuntimeServer(const std::string& root, const Clock& clock)
+    : state_(root, clock), dispatch_(state_) {}
+
+void RuntimeServer::run() {
+  while (turn()) {
+  }
+}
+
+bool RuntimeServer::turn(int milliseconds) {
+  refreshSessions();
+  reapRetired();
+  buildPollSet();
+  if (::poll(pollSet_.data(), static_cast<nfds_t>(pollSet_.size()), milliseconds) < 0) {
+    if (errno == EINTR) return true;
+    throw Failure(RuntimeFailure::unavailable);
+  }
+  if ((pollSet_.front().revents & POLLIN) != 0) acceptClients();
+  serveDescriptors();
+  publishSubscriptions();
+  sendFreshOutput();
+  expireClients();
+  return !hasDrained();
+}
+
+void RuntimeServer::refreshSessions() {
+  for (const auto& [id, session] : state_.sessions) session->refresh();
+}
+
+void RuntimeServer::reapRetired() {
+  const Uptime now = state_.clock.uptime();
+  std::erase_if(state_.retired, [now](const RetiredChild& child) {
+    std::int32_t status = 0;
+    if (velotide_pty_poll_exit(child.pid, &status) != 0) return true;
+    if (child.deadline < now) ::kill(child.pid, SIGKILL);
+    return false;
+  });
+}
+
+void RuntimeServer::buildPollSet() {
+  pollSet_.clear();
+  polledSessions_.clear();
+  const bool accepting = acceptAfter_ <= state_.clock.uptime();
+  pollSet_.push_back({state_.socket.fd(), static_cast<short>(accepting ? POLLIN : 0), 0});
+  for (const auto& [fd, client] : clients_) {
+    pollSet_.push_back({fd, static_cast<short>(client->outgoing.empty() ? POLLIN : POLLIN | POLLOUT), 0});
+  }
+  polledClients_ = clients_.size();
+  for (const auto& [id, session] : state_.sessions) {
+    if (session->fd() < 0) continue;
+    pollSet_.push_back(
+        {session->fd(), static_cast<short>(session->hasPendingInput() ? POLLIN | POLLOUT : POLLIN), 0});
+    polledSessions_.push_back(id);
+  }
+}
+
+void RuntimeServer::acceptClients() {
+  const Uptime now = state_.clock.uptime();
+  for (int count = 0; count < acceptsPerTurn; ++count) {
+    RuntimeSocket::Accepted accepted = state_.socket.acceptClient();
+    if (accepted.exhausted) acceptAfter_ = now + exhaustionPause;
+    if (!accepted.connection.isOpen()) return;
+    if (clients_.size() >= TerminalRuntimeLimits::maximumClients) continue;
+    const int fd = accepted.connection.get();
+    clients_[fd] = std::make_unique<RuntimeClient>(std::move(accepted.connection), now);
+  }
+}
+
+void RuntimeServer::serveDescriptors() {
+  // Clients are removed by the expiry pass alone, so the polled ones are still there.
+  for (std::size_t index = 1; index <= polledClients_; ++index) {
+    const pollfd& entry = pollSet_[index];
+    if (entry.revents != 0) serveClient(*clients_.at(entry.fd), entry.revents);
+  }
+  for (std::size_t index = 0; index < polledSessions_.size(); ++index) {
+    const pollfd& entry = pollSet_[1 + polledClients_ + index];
+    if (entry.revents == 0) continue;
+    // A request served above may have closed the session or put another one in its place.
+    RuntimeSession* session = state_.find(polledSessions_[index]);
+    if (session != nullptr && session->fd() == entry.fd) serveSession(*session, entry.revents);
+  }
+}
+
+void RuntimeServer::serveClient(RuntimeClient& client, short events) {
+  if ((events & (POLLERR | POLLNVAL)) != 0) return client.disconnect("socket_error");
+  if ((events & (POLLIN | POLLHUP)) != 0 && client.receive(state_.clock.uptime())) {
+    if (client.incoming.size() > TerminalRuntimeLimits::maximumFrameBytes) {
+      return client.disconnect("request_too_large");
+    }
+    processFrames(client);
+  }
+  if ((events & POLLOUT) != 0) client.send(state_.clock.uptime());
+}
+
+void RuntimeServer::serveSession(RuntimeSession& session, short events) {
+  try {
+    if ((events & (POLLIN | POLLERR | POLLHUP)) != 0) session.readOutput();
+    if ((events & POLLOUT) != 0) session.flushInput();
+  } catch (const std::exception&) {
+    // The terminal is unusable; the record stays, and its child's end is seen by later refreshes.
+    session.close();
+  }
+}
+
+void RuntimeServer::processFrames(RuntimeClient& client) {
+  for (int count = 0; count < framesPerCall; ++count) {
+    const std::size_t length = client.incoming.text().find('\n');
+    if (length == std::string_view::npos) return;
+    const auto request = decodeRequest(document_, client.incoming.mutableText().first(length));
+    if (!request) {
+      // What follows a frame that is none cannot be trusted either.
+      client.incoming.clear();
+      return client.disconnect("invalid_frame");
+    }
+    client.incoming.consume(length + 1);
+    client.lastAction = request->action;
+    const TerminalRuntimeResponse response = dispatch_.perform(*request);
+    const Uptime now = state_.clock.uptime();
+    client.enqueue(response, now);
+    if (response.ok && request->action == TerminalRuntimeAction::subscribe) {
+      client.subscription = subscriptionFrom(*request, response, now);
+    }
+    if (client.isDisconnected()) return;
+  }
+}
+
+void RuntimeServer::publishSubscriptions() {
+  const Uptime now = state_.clock.uptime();
+  for (const auto& [fd, client] : clients_) {
+    if (client->subscription) publishSubscription(*client, state_, now);
+  }
+}
+
+// What this turn queued goes out in it, instead of waiting for the next poll to say that the socket is
+// writable.
+void RuntimeServer::sendFreshOutput() {
+  const Uptime now = state_.clock.uptime();
+  for (const auto& [fd, client] : clients_) {
+    if (!client->outgoing.empty() && !client->isDisconnected()) client->send(now);
+  }
+}
+
+void RuntimeServer::expireClients() {
+  expiring_.clear();
+  const Uptime now = state_.clock.uptime();
+  for (const auto& [fd, client] : clients_) {
+    // Before the look at the disconnect: a client that is to go still has the one complete request carried
+    // out that it managed to send.
+    if (!client->incoming.empty()) processFrames(*client);
+    const Seconds idle = now - client->lastProgress;
+    if (!client->isDisconnected() && !isExpired(*client, idle)) continue;
+    removeClient(*client, idle);
+    expiring_.push_back(fd);
+  }
+  for (const int fd : expiring_) clients_.erase(fd);
+}
+
+bool RuntimeServer::isExpired(const RuntimeClient& client, Seconds idle) const {
+  const Seconds deadline = client.subscription ? TerminalRuntimeLimits::subscriptionWriteDeadline
+                                               : TerminalRuntimeLimits::requestDeadline;
+  return idle > deadline && (!client.outgoing.empty() || !client.subscription);
+}
+
+// Notes how the client ended, unless that is how clients ordinarily end.
+void RuntimeServer::removeClient(const RuntimeClient& client, Seconds idle) {
+  const std::string reason =
+      client.disconnectReason.value_or(client.outgoing.empty() ? "idle_deadline" : "write_deadline");
+  if (reason == "peer_closed" || reason == "idle_deadline") return;
+  state_.disconnects.push_back({reason, client.lastAction, client.subscription.has_value(),
+                                static_cast<std::int64_t>(client.outgoing.size()), std::max(idle, 0.0)});
+  if (state_.disconnects.size() > RuntimeServiceState::maximumDisconnects) state_.disconnects.pop_front();
+}
+
+bool RuntimeServer::hasDrained() const {
+  return state_.shutdownRequested && state_.sessions.empty() && state_.retired.empty() &&
+         std::ranges::all_of(clients_, [](const auto& entry) { return entry.second->outgoing.empty(); });
+}
+
+}  // namespace velotide

@@ -1,0 +1,55 @@
+#pragma once
+
+#include <optional>
+#include <string>
+#include <string_view>
+
+#include "base/file_descriptor.h"
+
+namespace velotide {
+
+// What the service places in its root directory for clients: the directory with its checks, the lock that
+// keeps a second instance out, the capability token with its file, and the listening socket. All of it lives
+// as long as the object; afterwards the socket file is gone and the lock is free.
+class RuntimeSocket {
+ public:
+  // `root` must be an absolute path. Throws Failure<RuntimeFailure> or, where the file system's own error is
+  // the answer, SystemFailure.
+  explicit RuntimeSocket(const std::string& root);
+  ~RuntimeSocket();
+  RuntimeSocket(const RuntimeSocket&) = delete;
+  RuntimeSocket& operator=(const RuntimeSocket&) = delete;
+
+  int fd() const { return listener_.get(); }
+  const std::string& root() const { return root_; }
+  const std::string& capability() const { return capability_; }
+
+  struct Accepted {
+    // Open when somebody was admitted: same user, set up like the listener.
+    FileDescriptor connection;
+    // The system has no descriptor or memory for another connection; the socket stays readable meanwhile.
+    bool exhausted = false;
+  };
+  Accepted acceptClient() const;
+
+  // Whether the token is this run's; constant time.
+  bool authorizes(const std::optional<std::string>& capability) const;
+
+  // Close-on-exec, non-blocking, no broken-pipe signal. Throws unavailable.
+  static void nonblocking(int descriptor);
+
+ private:
+  void claimRoot();
+  void lock();
+  void listen();
+  void publishCapability();
+
+  std::string root_;
+  std::string path_;
+  std::string capability_;
+  // Declared before the listener, so that it is let go after the socket file is gone.
+  FileDescriptor lock_;
+  FileDescriptor listener_;
+};
+
+}  // namespace velotide

@@ -1,0 +1,52 @@
+#pragma once
+
+#include <cstdint>
+#include <deque>
+#include <map>
+#include <memory>
+#include <string>
+#include <vector>
+
+#include "base/time.h"
+#include "base/uuid.h"
+#include "events/event_log.h"
+#include "protocol/runtime_response.h"
+#include "service/runtime_socket.h"
+#include "terminal/runtime_session.h"
+
+namespace velotide {
+
+// The child of a closed session that had not ended yet: killed at its deadline, listed until it is reaped.
+struct RetiredChild {
+  static constexpr Seconds patience = 3;
+
+  std::int32_t pid = 0;
+  Uptime deadline;
+};
+
+// What the parts of the service share. Owned by the server; one thread uses it.
+struct RuntimeServiceState {
+  // Claims the root directory; throws what RuntimeSocket throws.
+  RuntimeServiceState(const std::string& root, const Clock& theClock) : clock(theClock), socket(root) {}
+
+  RuntimeSession* find(const Uuid& id) const {
+    const auto found = sessions.find(id);
+    return found == sessions.end() ? nullptr : found->second.get();
+  }
+
+  const Clock& clock;
+  // Identifies this run of the service to its clients.
+  const Uuid epoch = Uuid::random();
+  RuntimeSocket socket;
+  TerminalSessionEventStore events{epoch};
+  // At most maximumSessions together with the retired children.
+  std::map<Uuid, std::unique_ptr<RuntimeSession>> sessions;
+  std::vector<RetiredChild> retired;
+  // The newest dropped clients, oldest first; at most maximumDisconnects.
+  std::deque<TerminalRuntimeDisconnectDiagnostic> disconnects;
+  bool shutdownRequested = false;
+
+  static constexpr std::size_t maximumDisconnects = 32;
+};
+
+}  // namespace velotide

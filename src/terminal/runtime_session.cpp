@@ -1,0 +1,117 @@
+#include "terminal/runtime_session.h"
+
+#include <errno.h>
+#include <signal.h>
+#include <unistd.h>
+
+#include "base/fatal.h"
+#include "base/system_log.h"
+#include "protocol/runtime_failure.h"
+#include "terminal/launch.h"
+#include "terminal/pseudo_terminal.h"
+
+namespace velotide {
+
+namespace {
+
+TerminalReminderPolicy checked(const TerminalReminderPolicy& policy) {
+  if (!policy.isValid()) throw Failure(RuntimeFailure::invalidRequest);
+  return policy;
+}
+
+}  // namespace
+
+RuntimeSession::RuntimeSession(const Uuid& id, const TerminalRuntimeLaunch& launch,
+                               TerminalSessionEventStore& events, const Clock& clock)
+    : id_(id),
+      events_(events),
+      clock_(clock),
+      directory_(launch.directory),
+      reminderPolicy_(checked(launch.reminderPolicy.value_or(TerminalReminderPolicy{}))),
+      journal_(TerminalRuntimeOutputJournal::defaultCapacity, Uuid::random()),
+      columns_(launch.columns),
+      rows_(launch.rows) {
+  validateLaunch(launch);
+  const LaunchedChild child = launchChild(launch, launch.environment);
+  pid_ = child.pid;
+  terminal_ = FileDescriptor(child.master);
+}
+
+TerminalRuntimeSessionInfo RuntimeSession::info() const {
+  TerminalRuntimeSessionInfo info;
+  info.id = id_;
+  info.revision = revision_;
+  info.pid = pid_;
+  info.generation = journal_.generation();
+  info.controlEpoch = control_.epoch();
+  info.directory = directory_;
+  info.running = running();
+  info.exitStatus = exitStatus_;
+  info.columns = columns_;
+  info.rows = rows_;
+  info.outputOffset = journal_.endOffset();
+  info.controlOwner = control_.owner();
+  info.nextInputSequence = control_.nextInputSequence();
+  info.controlExpiresAt = control_.expiresAt();
+  info.outputRevision = outputRevision_;
+  info.commands.emplace();
+  info.reminderPolicy = reminderPolicy_;
+  return info;
+}
+
+std::optional<std::int32_t> RuntimeSession::foregroundProcessGroup() const {
+  if (!terminal_.isOpen()) return std::nullopt;
+  const pid_t group = ::tcgetpgrp(terminal_.get());
+  return group > 0 ? std::optional<std::int32_t>(group) : std::nullopt;
+}
+
+std::optional<bool> RuntimeSession::echoes() const {
+  const int answer = terminal_.isOpen() ? velotide_pty_echo(terminal_.get()) : -1;
+  return answer < 0 ? std::nullopt : std::optional(answer == 1);
+}
+
+void RuntimeSession::refresh() {
+  if (control_.hasLapsed(clock_.uptime())) releaseControl();
+  if (!running()) return;
+  std::int32_t status = 0;
+  const int polled = velotide_pty_poll_exit(pid_, &status);
+  if (polled == 1) childExited(status);
+  if (polled < 0 && errno == ECHILD) childVanished();
+}
+
+void RuntimeSession::childExited(std::int32_t status) {
+  try {
+    readOutput();
+  } catch (const Failure<TerminalRuntimeOutputError>& failure) {
+    systemLog(std::string("Velotide runtime final output drain failed: ") + failure.what());
+  }
+  noteExit(status);
+  events_.publish(id_, TerminalSessionEventKind::processExited, clock_.date());
+}
+
+// Somebody else reaped the child: its end is known, its status is not, and nothing is announced.
+void RuntimeSession::childVanished() { noteExit(-1); }
+
+void RuntimeSession::noteExit(std::int32_t status) {
+  exitStatus_ = status;
+  pendingInput_.clear();
+  changed();
+  if (control_.owner()) releaseControl();
+}
+
+void RuntimeSession::close() {
+  refresh();
+  if (running()) ::kill(pid_, SIGHUP);
+  terminal_.close();
+  pendingInput_.clear();
+}
+
+void RuntimeSession::configureReminders(const TerminalReminderPolicy& policy) {
+  if (checked(policy) == reminderPolicy_) return;
+  reminderPolicy_ = policy;
+  changed();
+}
+
+void RuntimeSession::changed() { increment(revision_); }
+
+}  // namespace velotide

@@ -1,0 +1,103 @@
+#pragma once
+
+#include <cstdint>
+#include <optional>
+#include <string>
+
+#include "base/byte_queue.h"
+#include "base/file_descriptor.h"
+#include "base/time.h"
+#include "base/uuid.h"
+#include "commands/reminder_policy.h"
+#include "events/event_log.h"
+#include "protocol/runtime_request.h"
+#include "protocol/session_records.h"
+#include "terminal/control_lease.h"
+#include "terminal/output_journal.h"
+
+namespace velotide {
+
+// One hosted terminal: a child on a pseudo-terminal, the journal of what it printed, and the rules by which
+// several parties may type into it. The loop drives it: `refresh` every turn, `readOutput` when the terminal
+// is readable, `flushInput` when it takes bytes and input is pending. It owns its terminal and child and
+// publishes what happens to the event log. Bounded: 1 MiB of output, 128 KiB of pending input.
+class RuntimeSession {
+ public:
+  // Starts the child. `events` and `clock` must outlive the session. Throws Failure<RuntimeFailure>; nothing
+  // is left running then.
+  RuntimeSession(const Uuid& id, const TerminalRuntimeLaunch& launch, TerminalSessionEventStore& events,
+                 const Clock& clock);
+  RuntimeSession(const RuntimeSession&) = delete;
+  RuntimeSession& operator=(const RuntimeSession&) = delete;
+
+  const Uuid& id() const { return id_; }
+  std::int32_t pid() const { return pid_; }
+  // The terminal's master side, negative once closed.
+  int fd() const { return terminal_.get(); }
+  bool running() const { return !exitStatus_.has_value(); }
+  const TerminalRuntimeOutputJournal& journal() const { return journal_; }
+  const ControlLease& control() const { return control_; }
+  bool hasPendingInput() const { return !pendingInput_.empty(); }
+  TerminalRuntimeSessionInfo info() const;
+
+  // Group in the terminal's foreground; nothing when the terminal is closed or has none.
+  std::optional<std::int32_t> foregroundProcessGroup() const;
+  // Whether the terminal echoes; nothing when it cannot be asked.
+  std::optional<bool> echoes() const;
+
+  // Lets time and the child's end take effect. Never throws: when the last output cannot be read the system
+  // log says so.
+  void refresh();
+  // Hangs up and lets go of the terminal. The child may still be running afterwards; whoever closes the
+  // session reaps it.
+  void close();
+  // Moves what the terminal holds into the journal, a bounded amount a call. Throws what the journal throws.
+  void readOutput();
+
+  // Checks that the request speaks of this output generation and, if asked, of this control epoch.
+  // Throws generationChanged or controlChanged.
+  enum class Need { generation, control };
+  void validate(const TerminalRuntimeRequest& request, Need need) const;
+
+  // Each throws the word of the first rule that the request breaks, with nothing changed.
+  // `input` answers whether everything was written at once to a terminal that echoes; its writeFailed comes
+  // after the input was accepted.
+  bool input(const TerminalRuntimeRequest& request);
+  void updateControl(const TerminalRuntimeRequest& request);
+  void resize(const TerminalRuntimeRequest& request);
+  void configureReminders(const TerminalReminderPolicy& policy);
+
+  // Writes pending input as far as the terminal takes it. Throws writeFailed.
+  void flushInput();
+
+ private:
+  enum class ReadOutcome { output, nothingNow, end };
+
+  ReadOutcome readChunk();
+  void acceptOutput(ByteView chunk);
+  void childExited(std::int32_t status);
+  void childVanished();
+  void noteExit(std::int32_t status);
+  void checkInput(const TerminalRuntimeRequest& request) const;
+  void checkExpectations(const TerminalRuntimeRequest& request) const;
+  void releaseControl();
+  void changed();
+
+  const Uuid id_;
+  TerminalSessionEventStore& events_;
+  const Clock& clock_;
+  const std::string directory_;
+  TerminalReminderPolicy reminderPolicy_;
+  TerminalRuntimeOutputJournal journal_;
+  ControlLease control_;
+  std::int64_t columns_;
+  std::int64_t rows_;
+  std::int32_t pid_ = 0;
+  FileDescriptor terminal_;
+  std::optional<std::int32_t> exitStatus_;
+  ByteQueue pendingInput_;
+  std::uint64_t revision_ = 1;
+  std::int64_t outputRevision_ = 0;
+};
+
+}  // namespace velotide

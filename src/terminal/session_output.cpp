@@ -1,0 +1,51 @@
+// How a session's output leaves its terminal.
+#include <errno.h>
+#include <unistd.h>
+
+#include <array>
+
+#include "base/fatal.h"
+#include "terminal/runtime_session.h"
+
+namespace velotide {
+
+namespace {
+
+constexpr int maximumReads = 4;
+constexpr std::size_t chunkBytes = 16384;
+
+}  // namespace
+
+void RuntimeSession::readOutput() {
+  if (!terminal_.isOpen()) return;
+  for (int count = 0; count < maximumReads; ++count) {
+    switch (readChunk()) {
+      case ReadOutcome::output:
+        break;
+      case ReadOutcome::nothingNow:
+        return;
+      case ReadOutcome::end:
+        terminal_.close();
+        return;
+    }
+  }
+}
+
+RuntimeSession::ReadOutcome RuntimeSession::readChunk() {
+  std::array<std::uint8_t, chunkBytes> buffer;
+  const ssize_t count = ::read(terminal_.get(), buffer.data(), buffer.size());
+  if (count < 0 && (errno == EAGAIN || errno == EINTR)) return ReadOutcome::nothingNow;
+  // A terminal whose other side is gone ends with an error on some systems and with an empty read on others.
+  if (count <= 0) return ReadOutcome::end;
+  acceptOutput(ByteView(buffer).first(static_cast<std::size_t>(count)));
+  return ReadOutcome::output;
+}
+
+void RuntimeSession::acceptOutput(ByteView chunk) {
+  journal_.append(chunk);
+  changed();
+  increment(outputRevision_);
+  events_.publish(id_, TerminalSessionEventKind::outputChanged, clock_.date(), {.revision = outputRevision_});
+}
+
+}  // namespace velotide
