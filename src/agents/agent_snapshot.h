@@ -63,6 +63,9 @@ struct TerminalAgentReportedContext {
   std::optional<std::string> taskID;
   std::optional<std::string> gateID;
 
+  // Both texts, where present, are 1 to 128 bytes of Unicode letters, decimal digits and "-_:./".
+  bool isValid() const;
+
   bool operator==(const TerminalAgentReportedContext&) const = default;
   static void fields(auto& self, auto& visit) {
     visit("sessionID", self.sessionID);

@@ -1,0 +1,96 @@
+#include "agents/native_agent_context.h"
+
+#include <gtest/gtest.h>
+#include <sys/stat.h>
+
+#include <filesystem>
+#include <fstream>
+#include <iterator>
+
+#include "base/byte_queue.h"
+#include "base/failure.h"
+#include "base/record.h"
+
+namespace velotide {
+namespace {
+
+namespace fs = std::filesystem;
+
+class NativeAgentContext : public testing::Test {
+ protected:
+  ~NativeAgentContext() override { fs::remove_all(top); }
+
+  std::errc refusal() {
+    try {
+      context.prepare(tab, root);
+      return {};
+    } catch (const SystemFailure& failure) {
+      EXPECT_FALSE(context.token() || context.file());
+      return failure.word;
+    }
+  }
+
+  const Uuid tab = Uuid::random();
+  const fs::path top = fs::temp_directory_path() / ("velotide-context-" + tab.text());
+  const std::string root = top / "native-tools";
+  const fs::path directory = fs::path(root) / "native-agent-contexts";
+  TerminalNativeAgentContext context;
+};
+
+TEST_F(NativeAgentContext, LivesInOnePrivateFileUntilItEnds) {
+  const std::string path = context.prepare(tab, root);
+  EXPECT_EQ(fs::path(path).parent_path(), directory);
+  EXPECT_NE(Uuid::parse(fs::path(path).stem().string()).value(), tab);
+  EXPECT_EQ(fs::status(path).permissions(), fs::perms(0600));
+  EXPECT_EQ(fs::status(directory).permissions(), fs::perms(0700));
+  std::ifstream file(path);
+  ByteQueue buffer;
+  buffer.append(std::string(std::istreambuf_iterator<char>(file), {}));
+  JsonDocument document;
+  using Descriptor = TerminalNativeAgentContext::Descriptor;
+  EXPECT_EQ(decodeText<Descriptor>(document, buffer.mutableText()),
+            (Descriptor{1, tab, root, context.token().value()}));
+
+  EXPECT_EQ(context.prepare(Uuid::random(), "/elsewhere"), path);
+  {
+    TerminalNativeAgentContext other;
+    EXPECT_NE(other.prepare(tab, root), path);
+    EXPECT_NE(other.token(), context.token());
+  }
+  EXPECT_EQ(std::distance(fs::directory_iterator(directory), {}), 1);
+  context.invalidate();
+  context.invalidate();
+  EXPECT_TRUE(fs::is_empty(directory));
+  EXPECT_NE(context.prepare(tab, root), path);
+}
+
+TEST_F(NativeAgentContext, AuthorizesTheExactTokenAlone) {
+  EXPECT_FALSE(context.authorizes(std::nullopt));
+  context.prepare(tab, root);
+  const std::string token = context.token().value();
+  EXPECT_TRUE(context.authorizes(token));
+  EXPECT_FALSE(context.authorizes(std::nullopt));
+  EXPECT_FALSE(context.authorizes(token.substr(0, 71)));
+  EXPECT_FALSE(context.authorizes(token.substr(0, 71) + '!'));
+  EXPECT_FALSE(context.authorizes('!' + token.substr(1)));
+  context.invalidate();
+  EXPECT_FALSE(context.authorizes(token));
+}
+
+TEST_F(NativeAgentContext, RefusesADirectoryThatOthersCouldReach) {
+  fs::create_directories(directory);
+  for (const auto& [mode, word] : {std::pair{0750U, std::errc::permission_denied},
+                                   {0701U, std::errc::permission_denied},
+                                   {0700U, std::errc{}}}) {
+    fs::permissions(directory, fs::perms(mode));
+    EXPECT_EQ(refusal(), word) << mode;
+  }
+  context.invalidate();
+  fs::rename(directory, top / "planted");
+  fs::create_directory_symlink(top / "planted", directory);
+  EXPECT_EQ(refusal(), std::errc::permission_denied);
+  EXPECT_TRUE(fs::is_empty(top / "planted"));
+}
+
+}  // namespace
+}  // namespace velotide
