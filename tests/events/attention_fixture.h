@@ -1,0 +1,109 @@
+#pragma once
+
+#include <gtest/gtest.h>
+
+#include <string>
+#include <vector>
+
+#include "base/failure.h"
+#include "base/record.h"
+#include "events/attention_store.h"
+
+namespace velotide {
+
+// A store over a log, and what it published since it was last asked.
+class AttentionFixture : public testing::Test {
+ protected:
+  using Activity = TerminalAgentActivity;
+  using Block = TerminalAgentBlockReason;
+  using Context = TerminalAttentionTerminalContext;
+  using Item = TerminalAttentionItem;
+  using Kind = TerminalAttentionKind;
+  using Result = TerminalAgentResult;
+
+  struct HandClock final : Clock {
+    Date date() const override { return now; }
+    Uptime uptime() const override { return {}; }
+    Date now{5000};
+  };
+
+  AttentionFixture() {
+    agent.instanceID = Uuid::random();
+    agent.runID = Uuid::random();
+    agent.reason = TerminalAgentReason::reported;
+    log.observe([this](const TerminalSessionEvent& event) {
+      if (!event.attention) return;
+      EXPECT_EQ(event.occurredAt, clock.now);
+      EXPECT_EQ(event.tabID, event.attention->tabID);
+      if (event.kind == TerminalSessionEventKind::attentionCreated && event.attention->version == 1) {
+        EXPECT_EQ(event.attention->createdSequence, event.cursor.sequence);
+      }
+      if (!published.empty()) published += ", ";
+      published += std::string(rawWord(event.kind)).substr(9) + " " + textOf(*event.attention);
+    });
+  }
+
+  // "kind vVERSION", then what is set of: read, resolved@TIME, stale, xOCCURRENCES.
+  static std::string textOf(const Item& item) {
+    std::string text = std::string(rawWord(item.kind)) + " v" + std::to_string(item.version);
+    if (item.readAt) text += " read";
+    if (item.resolvedAt) text += " resolved@" + std::to_string(int(item.resolvedAt->sinceReference));
+    if (item.isStale) text += " stale";
+    if (item.terminal && item.terminal->occurrences != 1)
+      text += " x" + std::to_string(item.terminal->occurrences);
+    return text;
+  }
+  std::string takePublished() { return std::exchange(published, {}); }
+  std::string active() const {
+    std::string text;
+    for (const Item& item : store.activeItems()) text += (text.empty() ? "" : ", ") + textOf(item);
+    return text;
+  }
+
+  // The agent changed; answers what the store made of it.
+  std::string become(Activity activity, std::optional<Block> block = {}, std::optional<Result> result = {}) {
+    agent.activity = activity;
+    agent.blockReason = block;
+    if (result) agent.lastResult = result;
+    log.publish(tab, TerminalSessionEventKind::agentChanged, now, {.agent = agent});
+    return takePublished();
+  }
+  void block(const Uuid& session, Block reason = Block::approval) {
+    agent.activity = Activity::blocked;
+    agent.blockReason = reason;
+    log.publish(session, TerminalSessionEventKind::agentChanged, now, {.agent = agent});
+  }
+  std::string close() {
+    log.publish(tab, TerminalSessionEventKind::closed, now);
+    return takePublished();
+  }
+  std::optional<Item> ring(std::int64_t times = 1, const Uuid& stream = Uuid::random()) {
+    Context bell;
+    bell.eventID = stream;
+    bell.occurrences = times;
+    return store.record(bell, tab, now);
+  }
+  std::optional<Item> finish(const Uuid& command, bool failed = false,
+                             Context::Kind kind = Context::Kind::commandFinished) {
+    return store.record({kind, command, command, 1, failed}, tab, now);
+  }
+  std::string read(const Uuid& id, std::int64_t version) {
+    try {
+      store.markRead(id, version, now);
+      return takePublished();
+    } catch (const Failure<TerminalAttentionMutationError>& failure) {
+      EXPECT_EQ(published, "");
+      return std::string(rawWord(failure.word));
+    }
+  }
+
+  const Date now{100};
+  const Uuid tab = Uuid::random();
+  HandClock clock;
+  TerminalSessionEventStore log{Uuid::random()};
+  TerminalAttentionStore store{log, clock};
+  TerminalAgentSnapshot agent;
+  std::string published;
+};
+
+}  // namespace velotide
