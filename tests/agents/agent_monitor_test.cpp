@@ -154,7 +154,8 @@ TEST_F(AgentMonitor, ForgetsWhatIsNotRenewed) {
         {220, "expire", "unknown integration high expired 220- #1 granted"},
         {500, "expire", "="},
         {600, "report working", "working integration high reported 600-720 #2 granted"},
-        {601, "close", "exited+unknown integration high processExited 601- #2 closed"}});
+        {601, "report idle +failed", "idle+failed integration high reported 601-721 #3 granted"},
+        {602, "close", "exited+failed integration high processExited 602- #3 closed"}});
 }
 
 TEST_F(AgentMonitor, FollowsAnObservedRun) {
@@ -163,6 +164,7 @@ TEST_F(AgentMonitor, FollowsAnObservedRun) {
         {0, "end A", "="},
         {0, "exit", "="},
         {0, "observe shellCommand A codex", "unknown shellCommand medium foregroundDetected 0-15 #0 new"},
+        {0, "observe shellCommand A codex", "="},
         {1, "observe foregroundProcess A codex asks",
          "blocked/approval foregroundProcess low screenApproval 1-16 #0"},
         {2, "lost", "unknown foregroundProcess low foregroundLost 2- #0"},

@@ -83,6 +83,10 @@ TEST_F(AttentionToAgents, ResolvesTheNoticesOfAnotherInstanceOrRunFirst) {
   log.publish(tab, TerminalSessionEventKind::agentChanged, now);
   EXPECT_EQ(takePublished(), "Resolved question v2 resolved@100");
   EXPECT_EQ(active(), "approval v1, bell v1");
+  EXPECT_EQ(become(Activity::idle, {}, Result::completed), "Created completed v1");
+  log.publish(tab, TerminalSessionEventKind::agentChanged, now);
+  takePublished();
+  EXPECT_EQ(become(Activity::idle), "Created completed v1") << "what is gone was forgotten";
 }
 
 TEST_F(AttentionToAgents, EndsEverythingOfAClosedSession) {

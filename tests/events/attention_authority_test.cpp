@@ -46,7 +46,9 @@ TEST_F(AttentionAuthority, ReplacesWhatItManagesByItsList) {
   EXPECT_EQ(adopt({question, resolved, elsewhere, terminal, done}),
             "Resolved approval v2 resolved@5000, Created question v7, Created completed v7");
   EXPECT_EQ(active(), "question v7, completed v7, bell v1");
+  const std::uint64_t unchanged = store.revision();
   EXPECT_EQ(adopt({question, done}), "");
+  EXPECT_EQ(store.revision(), unchanged);
   question.version = 8;
   EXPECT_EQ(adopt({question, done}), "Updated question v8");
   EXPECT_EQ(adopt({done, question}), "");
@@ -68,10 +70,11 @@ TEST_F(AttentionAuthority, IgnoresListsThatArriveLate) {
   EXPECT_EQ(adopt({item}, TerminalEventCursor{epoch, 5}), "Created question v7");
   EXPECT_EQ(adopt({}, TerminalEventCursor{epoch, 4}), "");
   EXPECT_EQ(adopt({}, TerminalEventCursor{epoch, 5}), "Resolved question v8 resolved@5000");
-  EXPECT_EQ(adopt({item}, TerminalEventCursor{Uuid::random(), 1}), "Created question v7");
+  const Uuid restarted = Uuid::random();
+  EXPECT_EQ(adopt({item}, TerminalEventCursor{restarted, 2}), "Created question v7");
   EXPECT_EQ(adopt({}), "Resolved question v8 resolved@5000");
   close();
-  EXPECT_EQ(adopt({item}, TerminalEventCursor{epoch, 1}), "Created question v7");
+  EXPECT_EQ(adopt({item}, TerminalEventCursor{restarted, 1}), "Created question v7");
 }
 
 TEST_F(AttentionAuthority, AnswersForItsItems) {
@@ -97,6 +100,9 @@ TEST_F(AttentionAuthority, AnswersForItsItems) {
   EXPECT_EQ(asked, "question 7 question 7 question 7 bell 1 ");
   close();
   EXPECT_TRUE(store.externalAcknowledgement.empty());
+  const Item later = *ring();
+  takePublished();
+  EXPECT_EQ(read(later.id, 1), "Resolved bell v2 read resolved@100");
 }
 
 }  // namespace

@@ -30,8 +30,9 @@ TEST_F(AttentionStore, RecordsAnEventOnce) {
   EXPECT_TRUE(finish(Uuid::random(), true));
   EXPECT_EQ(takePublished(),
             "Created commandCompleted v1, Created processExited v1, Created commandFailed v1");
-  // Also after the person dismissed it.
+  // Also after the person dismissed it, and however often the bell rang since.
   store.clear(now);
+  for (int each = 0; each < 1024; ++each) ring();
   EXPECT_FALSE(finish(command));
 }
 
@@ -107,7 +108,9 @@ TEST_F(AttentionStore, ExceedsItsCapacityOnlyForWhatRequiresAnAnswer) {
   EXPECT_EQ(store.items().size(), 257U);
   store.clear(now);
   // One leaves per attempt, so the first still finds no room; a refused notice was not noted as seen.
+  const std::uint64_t before = store.revision();
   EXPECT_FALSE(finish(command));
+  EXPECT_NE(store.revision(), before);
   EXPECT_TRUE(finish(command));
   EXPECT_EQ(store.items().size(), 256U);
 }
@@ -167,6 +170,11 @@ TEST_F(AttentionStore, NumbersTheChangesOfEachSession) {
   const std::uint64_t before = store.revision();
   EXPECT_EQ(store.activeView().size(), 1U);
   EXPECT_EQ(store.revision(), before);
+  std::uint64_t seen = store.revision(tab);
+  for (const Activity next : {Activity::blocked, Activity::unknown, Activity::working}) {
+    become(next, next == Activity::blocked ? std::optional(Block::approval) : std::nullopt);
+    EXPECT_NE(std::exchange(seen, store.revision(tab)), store.revision(tab)) << rawWord(next);
+  }
   ring();
   close();
   EXPECT_EQ(store.revision(tab), 0U);
