@@ -7,6 +7,7 @@
 #include <algorithm>
 #include <array>
 #include <memory>
+#include <vector>
 
 #include "base/fatal.h"
 #include "base/record.h"
@@ -37,8 +38,9 @@ std::string_view lastBytes(std::string_view text, std::size_t count) {
   return text;
 }
 
-// Where the last characters of a text begin, by the rules for grapheme clusters.
-std::size_t startOfLastCharacters(std::string_view text, std::int32_t count) {
+// Where the last characters of a text begin, by the rules for grapheme clusters. Counted from the front: a
+// step back may have to look at everything before it, and costs the more the longer the text.
+std::size_t startOfLastCharacters(std::string_view text, std::size_t count) {
   UErrorCode status = U_ZERO_ERROR;
   const std::unique_ptr<icu::BreakIterator> characters(
       icu::BreakIterator::createCharacterInstance(icu::Locale::getRoot(), status));
@@ -46,20 +48,24 @@ std::size_t startOfLastCharacters(std::string_view text, std::int32_t count) {
   if (U_SUCCESS(status)) characters->setText(view, status);
   utext_close(view);
   if (U_FAILURE(status)) fatal("the rules for grapheme clusters are missing");
-  characters->last();
-  const std::int32_t start = characters->next(-count);
-  return start == icu::BreakIterator::DONE ? 0 : static_cast<std::size_t>(start);
+  // The starts of the characters seen last.
+  std::vector<std::int32_t> starts(count);
+  std::size_t seen = 0;
+  for (std::int32_t start = 0, next = 0; (next = characters->next()) != icu::BreakIterator::DONE;
+       start = next)
+    starts[seen++ % count] = start;
+  return seen <= count ? 0 : static_cast<std::size_t>(starts[seen % count]);
 }
 
 std::string_view lastCharacters(std::string_view text) {
-  constexpr auto count = static_cast<std::size_t>(TerminalAgentScreenRules::maximumCharacters);
+  constexpr std::size_t count = TerminalAgentScreenRules::maximumCharacters;
   if (text.size() <= count) return text;
   // In ASCII only a carriage return and its line feed are one character. The byte before the tail counts too,
   // because it may belong to the first character of it.
   const std::string_view tail = text.substr(text.size() - count - 1);
   if (isAscii(tail) && tail.find("\r\n") == std::string_view::npos) return tail.substr(1);
   text = lastBytes(text, TerminalAgentScreenRules::maximumBytes);
-  return text.substr(startOfLastCharacters(text, TerminalAgentScreenRules::maximumCharacters));
+  return text.substr(startOfLastCharacters(text, count));
 }
 
 // Where the line that ends at `end` begins. Only a line feed without a carriage return before it ends a line.

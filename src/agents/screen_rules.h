@@ -27,7 +27,7 @@ struct TerminalAgentScreenRules {
   // Every snapshot records it; any change of the tables increments it.
   static constexpr std::int64_t version = 2;
   // Only the last characters, and of them the last non-empty lines, are examined.
-  static constexpr std::int32_t maximumCharacters = 8192;
+  static constexpr std::size_t maximumCharacters = 8192;
   static constexpr std::size_t maximumLines = 12;
   // Characters may be of any length. Beyond this many bytes from the end nothing is examined, so that a
   // screen of endless characters costs no more than another.

@@ -15,15 +15,15 @@ constexpr TerminalAgentScreenDetection approval{
 constexpr TerminalAgentScreenDetection nothing{TerminalAgentActivity::unknown, std::nullopt,
                                                TerminalAgentReason::unrecognizedScreen};
 
-std::string repeat(const std::string& text, int count) {
+std::string repeat(const std::string& text, std::size_t count) {
   std::string all;
-  for (int each = 0; each < count; ++each) all += text;
+  for (std::size_t each = 0; each < count; ++each) all += text;
   return all;
 }
 
 const std::string question = "Do you want to proceed?\n";
 const std::string prompt = question + "❯ 1. Yes\n2. No\n";
-constexpr int promptLength = 24 + 9 + 6;
+constexpr std::size_t promptLength = 24 + 9 + 6;
 
 TEST(ScreenRules, FindApprovalPromptsWhereverTheirLinesStand) {
   for (const auto& [screen, expected] :
@@ -54,7 +54,7 @@ TEST(ScreenRules, LookNoFurtherBackThanTheirBounds) {
   EXPECT_TRUE(finds(prompt + repeat("x\n\n", 9)));
   EXPECT_FALSE(finds(prompt + repeat("x\n\n", 10)));
   // One character more cuts the first off the question, whatever a character is made of.
-  const int room = Rules::maximumCharacters - promptLength;
+  const std::size_t room = Rules::maximumCharacters - promptLength;
   const std::string family = "👩\u200D👩\u200D👧\u200D👦";
   for (const std::string& filler : {std::string("x"), std::string("é"), std::string("e\u0301"), family,
                                     std::string("\r\n"), std::string("🇩🇪")}) {
