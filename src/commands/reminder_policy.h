@@ -1,6 +1,11 @@
 #pragma once
 
+#include <optional>
+#include <string_view>
+
+#include "agents/agent_snapshot.h"
 #include "base/time.h"
+#include "commands/command_info.h"
 
 namespace velotide {
 
@@ -15,6 +20,14 @@ struct TerminalReminderPolicy {
 
   // Both lengths are finite and not negative.
   bool isValid() const;
+
+  // `hasSemanticItem`: an attention item that the agent's integration raised already speaks for this moment.
+  bool allowsBell(const std::optional<TerminalAgentSnapshot>& agent, bool hasSemanticItem) const;
+  // `duration` is never negative.
+  bool allowsCommand(TerminalCommandLifecycleState state, Seconds duration, bool isLowInformation,
+                     bool hasErrorSignal) const;
+  // Whether nobody waits for the outcome of this command text: blank, or a shell built-in such as cd.
+  static bool isLowInformationCommand(std::string_view text);
 
   bool operator==(const TerminalReminderPolicy&) const = default;
   static void fields(auto& self, auto& visit) {

@@ -1,0 +1,141 @@
+#include "commands/output_insights.h"
+
+#include <gtest/gtest.h>
+
+#include "base/record.h"
+#include "random_text.h"
+
+namespace velotide {
+namespace {
+
+using Analyzer = TerminalOutputInsightAnalyzer;
+using Kind = TerminalOutputInsightKind;
+
+std::string described(const std::string& text) {
+  std::string list;
+  for (const auto& insight : Analyzer::insights(text)) {
+    list += std::string(rawWord(insight.kind)) + "(" + insight.value + ")";
+  }
+  return list;
+}
+
+TEST(OutputInsights, FindsWhatEachRuleDescribes) {
+  const std::string hash = "0123456789abcdef0123456789abcdef01234567";
+  const std::string accent = "e\xcc\x81";
+  const std::string family = "\xf0\x9f\x91\xa9\xe2\x80\x8d\xf0\x9f\x91\xa7";
+  const std::string wide = "error " + repeat(accent, 100) + repeat(family, 100);
+  const struct {
+    const char* name;
+    std::string text;
+    std::string found;
+  } rows[] = {
+      {"nothing", "", ""},
+      {"blank", " \n\t\r\n\xc2\xa0\xe2\x80\xa8", ""},
+      {"plain", "all is well\nhello", ""},
+      {"failure with a link", "Build FAILED: https://ci.example/1.\n",
+       "error(Build FAILED: https://ci.example/1.)url(https://ci.example/1)filePath(/ci.example/1)"},
+      {"several kinds, trimmed", "  warn: fatal  \n", "error(warn: fatal)warning(warn: fatal)"},
+      {"line ends", "an error\xe2\x80\xa9Warning\x0bTraceback\xc2\x85x",
+       "error(an error)warning(Warning)stackTrace(Traceback)"},
+      {"frames", "at main.c\nthat at x\natx\nat", "stackTrace(at main.c)"},
+      {"lower case of other letters", "stac\xe2\x84\xaa trace", "stackTrace(stac\xe2\x84\xaa trace)"},
+      {"links", "<http://a/b?c=1,2> 'https://x]' http://",
+       "url(http://a/b?c=1,2)url(https://x)filePath(/a/b)filePath(/x)"},
+      {"absolute paths", "(/usr/lib:12:3); x/no /a b,", "filePath(/usr/lib:12:3)filePath(/a b)"},
+      {"relative paths", "see src/a.cpp:10:2 and ../b/c.py \xc3\xa9/d.rs",
+       "filePath(src/a.cpp:10:2 and ../b/c.py \xc3\xa9/d.rs)"},
+      {"relative path", "in src/x/a.swift:10: no", "filePath(src/x/a.swift:10)"},
+      {"no known extension", "src/a.o lib/b.so", ""},
+      {"commits", "Commit " + hash + " ABCDEF0 abcdef", "commitHash(" + hash + ")"},
+      {"commit of other letters", "ha\xc5\xbfh " + hash, "commitHash(" + hash + ")"},
+      {"no word of commits", hash + " recommit", ""},
+      {"object", "{\"name\":\n 1}", "json(JSON)"},
+      {"array", "[\n1\n]", "json(JSON)"},
+      {"invalid byte in an object", "{\"a\":\"\xff\"}", "json(JSON)"},
+      {"no object", "{a}", ""},
+      {"yaml", "# c\nname: x\n\n- version: 1", "yaml(YAML)"},
+      {"one key", "name: x\nversion:", ""},
+      {"yaml too late", repeat("word\n", 11) + "a: 1\nb: 2", ""},
+      {"cut by characters", wide, "error(error " + repeat(accent, 100) + repeat(family, 74) + ")"},
+      {"cut", "error " + std::string(200, 'x'), "error(error " + std::string(174, 'x') + ")"},
+      {"same line once", "error\nerror\nerror x", "error(error)error(error x)"},
+      {"same path often", repeat("/a;", 2000), "filePath(/a)"},
+  };
+  for (const auto& row : rows) EXPECT_EQ(described(row.text), row.found) << row.name;
+}
+
+TEST(OutputInsights, KeepsThreeOfAKind) {
+  std::string text;
+  for (int line = 0; line < 10; ++line) text += "error " + std::to_string(line) + "\n";
+  EXPECT_EQ(described(text), "error(error 0)error(error 1)error(error 2)");
+  EXPECT_EQ(described("/a;/b;/c;/d"), "filePath(/a)filePath(/b)filePath(/c)");
+  EXPECT_EQ(Analyzer::outputSummary(text)->errorLine, "error 0");
+}
+
+TEST(OutputInsights, GivesUpOnHostileLinesOnly) {
+  const std::string hostile = repeat("a/a", 5400) + "/.md";
+  EXPECT_EQ(described(hostile), "");
+  EXPECT_EQ(described(hostile + "\nsrc/a.py\n"), "filePath(src/a.py)");
+  // A first find on the line does not count either once the search gives up behind it.
+  EXPECT_EQ(described("b/c.py|" + hostile), "");
+}
+
+TEST(OutputInsights, SignalsErrorsAsTheSummaryDoes) {
+  const std::string_view pieces[] = {"error", "Fatal", "ok",   "traceback",    "at x", "\n",     "\n", "at",
+                                     " ",     "warn:", "\xff", "\xe2\x84\xaa", "STAC", " trace", "\r", "x"};
+  int signals = 0;
+  for (std::uint32_t seed = 0; seed < 500; ++seed) {
+    const std::string text = Choices(seed).text(pieces, 6);
+    const auto summary = Analyzer::outputSummary(text);
+    const bool expected = summary && (summary->errorLine || summary->stackTraceLine);
+    EXPECT_EQ(Analyzer::hasErrorSignal(text), expected) << text;
+    signals += expected;
+  }
+  EXPECT_GT(signals, 50);
+  EXPECT_LT(signals, 450);
+}
+
+TEST(OutputSummary, WritesItsTexts) {
+  const auto summary = Analyzer::outputSummary("see https://x.y\nerror: no\nrev abcdef0");
+  ASSERT_TRUE(summary);
+  EXPECT_EQ(summary->aiContextText(),
+            "Output insight kinds: error, url, filePath, commitHash\nOutput error: error: no\n"
+            "Output URL: https://x.y\nOutput path: /x.y\nOutput commit: abcdef0");
+  EXPECT_EQ(summary->searchableText(),
+            "error url filePath commitHash\nerror: no\n\nhttps://x.y\n/x.y\nabcdef0\n");
+  EXPECT_EQ(summary->primaryDiagnosticLine(), "error: no");
+  EXPECT_EQ(Analyzer::outputSummary(" fine "), std::nullopt);
+
+  TerminalOutputSummary other;
+  other.errorLine = " ";
+  other.url = "u";
+  other.filePath = " p\n";
+  EXPECT_EQ(other.primaryDiagnosticLine(), "p");
+  EXPECT_EQ(TerminalOutputSummary{}.primaryDiagnosticLine(), std::nullopt);
+  EXPECT_EQ(TerminalOutputSummary{}.searchableText(), "\n\n\n\n\n\n");
+  EXPECT_EQ(labelKey(Kind::filePath), "output_insight.filePath");
+  EXPECT_EQ((TerminalOutputInsight{Kind::url, "v", "l"}.id()), "url:v:l");
+}
+
+TEST(FormattedJSON, KeepsOrderAndSpelling) {
+  EXPECT_EQ(Analyzer::formattedJSON(R"( {"b":[1.50, {}],"a" : "x\":,{\u00e9" ,"c":[ ]} )"),
+            "{\n  \"b\": [\n    1.50,\n    {}\n  ],\n  \"a\": \"x\\\":,{\\u00e9\",\n  \"c\": []\n}");
+  EXPECT_EQ(Analyzer::formattedJSON("1"), std::nullopt);
+  EXPECT_EQ(Analyzer::summary("[1]\n"), "formattedJSON:\n[\n  1\n]");
+  EXPECT_EQ(Analyzer::summary("error a\nerror b\n/c"), "error:\n- error a\n- error b\n\nfilePath:\n- /c");
+  EXPECT_EQ(Analyzer::summary("fine"), "");
+}
+
+TEST(FormattedJSON, IsCutWhateverItWouldGrowTo) {
+  for (const std::string& text :
+       {"[\"" + std::string(7000, 'x') + "\"]", std::string(8000, '[') + "1" + std::string(8000, ']')}) {
+    const std::string formatted = *Analyzer::formattedJSON(text);
+    EXPECT_EQ(formatted.size(), 6004u);
+    EXPECT_TRUE(formatted.ends_with("\n..."));
+  }
+  const std::string fits = "[\"" + std::string(6000 - 8, 'x') + "\"]";
+  EXPECT_EQ(Analyzer::formattedJSON(fits)->size(), 6000u);
+}
+
+}  // namespace
+}  // namespace velotide
