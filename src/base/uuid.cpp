@@ -43,12 +43,12 @@ std::optional<Uuid> Uuid::parse(std::string_view text) {
 }
 
 std::string Uuid::text() const {
-  std::string text;
-  text.reserve(36);
+  std::string text(36, '-');
+  std::size_t at = 0;
   for (std::size_t byte = 0; byte < bytes.size(); ++byte) {
-    if (hyphenBefore(byte)) text += '-';
-    text += hexDigits[bytes[byte] >> 4];
-    text += hexDigits[bytes[byte] & 0x0F];
+    if (hyphenBefore(byte)) ++at;
+    text[at++] = hexDigits[bytes[byte] >> 4];
+    text[at++] = hexDigits[bytes[byte] & 0x0F];
   }
   return text;
 }

@@ -22,7 +22,9 @@ std::vector<TerminalRuntimeCommandInfo> TerminalRuntimeCommandLedger::accept(Byt
     const std::uint64_t relative = absolute > offset ? absolute - offset : 0;
     return std::max(position, static_cast<std::size_t>(std::min<std::uint64_t>(relative, chunk.size())));
   };
-  for (const TerminalLocatedShellEvent& mark : parser_.acceptLocated(chunk, offset)) {
+  const std::vector<TerminalLocatedShellEvent> marks = parser_.acceptLocated(chunk, offset);
+  if (!marks.empty()) changed.reserve(marks.size());
+  for (const TerminalLocatedShellEvent& mark : marks) {
     appendOutput(chunk.subspan(position, within(mark.startOffset) - position));
     position = within(mark.endOffset);
     apply(mark, generation, now, changed);
@@ -74,7 +76,7 @@ std::optional<TerminalRuntimeCommandInfo> TerminalRuntimeCommandLedger::finish(
   Evidence& evidence = evidence_.back();
   evidence.outputEnd = outputEnd;
   evidence.hasErrorSignal = TerminalOutputInsightAnalyzer::hasErrorSignal(activeOutput_.text());
-  activeOutput_ = {};
+  releaseOutput();
   return command;
 }
 
@@ -86,6 +88,16 @@ void TerminalRuntimeCommandLedger::appendOutput(ByteView bytes) {
     const std::size_t held = activeOutput_.size();
     if (held > maximumActiveOutput) activeOutput_.consume(held - maximumActiveOutput);
     bytes = bytes.subspan(piece.size());
+  }
+}
+
+void TerminalRuntimeCommandLedger::releaseOutput() {
+  // A session that had one long command does not hold its window for ever; short ones reuse the memory.
+  constexpr std::size_t worthKeeping = 4096;
+  if (activeOutput_.size() > worthKeeping) {
+    activeOutput_ = {};
+  } else {
+    activeOutput_.clear();
   }
 }
 

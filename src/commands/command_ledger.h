@@ -67,6 +67,7 @@ class TerminalRuntimeCommandLedger {
   const TerminalRuntimeCommandInfo& start(const TerminalLocatedShellEvent& mark, std::string_view text,
                                           const Uuid& generation, Date now);
   void appendOutput(ByteView bytes);
+  void releaseOutput();
 
   std::deque<TerminalRuntimeCommandInfo> commands_;
   std::deque<Evidence> evidence_;  // of each command, at its index

@@ -27,7 +27,8 @@ std::size_t findPrefix(ByteView bytes, std::size_t from) {
   while (bytes.size() - from >= markerPrefix.size()) {
     const void* found = std::memchr(bytes.data() + from, escape, bytes.size() - from);
     if (found == nullptr) return nowhere;
-    const auto at = static_cast<std::size_t>(static_cast<const std::uint8_t*>(found) - bytes.data());
+    auto at = static_cast<std::size_t>(static_cast<const std::uint8_t*>(found) - bytes.data());
+    while (at + 1 < bytes.size() && bytes[at + 1] == escape) ++at;
     if (textOf(bytes.subspan(at)).starts_with(markerPrefix)) return at;
     from = at + 1;
   }
