@@ -88,6 +88,7 @@ std::vector<NamedText> commandOutputs() {
       {"one-line-spaced", repeated(" /a", capturedOutput - 8) + "/.md"},
       {"one-line-dots", "a/" + repeated(".m/", capturedOutput - 8)},
       {"same-path", repeated("/a;", capturedOutput)},
+      {"same-path-twin-lines", repeated(repeated("//x", 8000) + "\n", capturedOutput)},
       {"same-link", repeated("http://a ", capturedOutput)},
       {"hashes", "commit " + repeated(hash, capturedOutput - 8)},
       {"hex", "commit " + repeated("a", capturedOutput - 8)},

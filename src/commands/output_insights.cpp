@@ -6,6 +6,7 @@
 
 #include "base/json_document.h"
 #include "commands/output_pattern.h"
+#include "commands/relative_path.h"
 #include "commands/unicode_text.h"
 
 namespace velotide {
@@ -18,9 +19,7 @@ using Text = std::u16string_view;
 
 thread_local OutputPattern urlRegex(uR"(https?://[^\s<>"']+)");
 thread_local OutputPattern absolutePathRegex(uR"((?<![\w.-])(?:/[\w .@%+=:,~_-]+)+(?::\d+(?::\d+)?)?)");
-thread_local OutputPattern relativePathRegex(
-    uR"(\b[\w.-]+(?:/[\w .@%+=:,~_-]+)+\.(?:swift|go|js|jsx|ts|tsx|rb|py|rs|java|kt|m|mm|c|cc|cpp|h|hpp|json)"
-    uR"(|yaml|yml|toml|md)(?::\d+(?::\d+)?)?)");
+thread_local OutputPattern relativePathRegex(relativePathPattern);
 thread_local OutputPattern commitHashRegex(uR"(\b[0-9a-f]{7,40}\b)");
 thread_local OutputPattern commitContextRegex(uR"((?i)\b(commit|hash|sha|revision|rev)\b)");
 thread_local OutputPattern stackFrameRegex(uR"(^\s*at\s+\S+)");
@@ -67,10 +66,13 @@ class Collector {
     ++counts_[index(kind)];
   }
 
-  void addMatches(Kind kind, OutputPattern& pattern, Text line) {
+  void addMatches(Kind kind, OutputPattern& pattern, Text line) { addMatches(kind, pattern, line, line); }
+
+  // A search that gives up counts as one without matches.
+  void addMatches(Kind kind, OutputPattern& pattern, Text line, Text region) {
     constexpr Text punctuation = u".,);]";
     const std::size_t before = finds_.size();
-    OutputPattern::Matches matches = pattern.matchesIn(line);
+    OutputPattern::Matches matches = pattern.matchesIn(line, region);
     while (!isFull(kind)) {
       const std::optional<Text> match = matches.next();
       if (!match) break;
@@ -122,15 +124,6 @@ struct Line {
     if (containsAny(lower, {u"traceback", u"stack trace"})) return true;
     return text.starts_with(u"at") && stackFrameRegex.isFoundIn(text);
   }
-  bool mayHoldRelativePath() const {
-    const std::size_t slash = text.find(u'/');
-    if (slash == text.npos) return false;
-    for (std::size_t dot = text.find(u'.', slash); dot != text.npos; dot = text.find(u'.', dot + 1)) {
-      constexpr Text firstLetters = u"sgjtrpkmchy";
-      if (dot + 1 < text.size() && contains(firstLetters, text.substr(dot + 1, 1))) return true;
-    }
-    return false;
-  }
   bool speaksOfCommits() const {
     // Letters beyond ASCII may equal ASCII ones when case is ignored.
     const bool possible = containsAny(lower, {u"commit", u"hash", u"sha", u"rev"}) || !isAscii(text);
@@ -151,8 +144,9 @@ void collectFromLine(const Line& line, Collector& found) {
   if (!found.isFull(Kind::filePath) && contains(line.text, u"/")) {
     found.addMatches(Kind::filePath, absolutePathRegex, line.text);
   }
-  if (!found.isFull(Kind::filePath) && line.mayHoldRelativePath()) {
-    found.addMatches(Kind::filePath, relativePathRegex, line.text);
+  RelativePathRegions regions(line.text);
+  for (Text part = regions.next(); !part.empty() && !found.isFull(Kind::filePath); part = regions.next()) {
+    found.addMatches(Kind::filePath, relativePathRegex, line.text, part);
   }
   if (!found.isFull(Kind::commitHash) && line.speaksOfCommits()) {
     found.addMatches(Kind::commitHash, commitHashRegex, line.text);

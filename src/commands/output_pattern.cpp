@@ -7,21 +7,27 @@ void OutputPattern::compile() {
   UErrorCode status = U_ZERO_ERROR;
   matcher_.reset(
       uregex_open(pattern_.data(), static_cast<std::int32_t>(pattern_.size()), 0, nullptr, &status));
-  uregex_setTimeLimit(matcher_.get(), timeUnits, &status);
+  uregex_useTransparentBounds(matcher_.get(), true, &status);
   uregex_setStackLimit(matcher_.get(), matcherMemory, &status);
   if (U_FAILURE(status)) matcher_.reset();
 }
 
-OutputPattern::Matches OutputPattern::matchesIn(std::u16string_view line) {
+OutputPattern::Matches OutputPattern::matchesIn(std::u16string_view line, std::u16string_view region) {
   if (!compiled_) compile();
-  return {matcher_.get(), line};
+  return {matcher_.get(), line, region};
 }
 
-OutputPattern::Matches::Matches(URegularExpression* matcher, std::u16string_view line)
+OutputPattern::Matches::Matches(URegularExpression* matcher, std::u16string_view line,
+                                std::u16string_view region)
     : matcher_(matcher), line_(line) {
   if (matcher_ == nullptr) return;
+  const auto begin = static_cast<std::int32_t>(region.data() - line.data());
+  const auto end = begin + static_cast<std::int32_t>(region.size());
+  const auto timeUnits = static_cast<std::int32_t>(1 + region.size() / charactersPerTimeUnit);
   UErrorCode status = U_ZERO_ERROR;
   uregex_setText(matcher_, line.data(), static_cast<std::int32_t>(line.size()), &status);
+  uregex_setRegion(matcher_, begin, end, &status);
+  uregex_setTimeLimit(matcher_, timeUnits, &status);
   if (U_FAILURE(status)) matcher_ = nullptr;
 }
 

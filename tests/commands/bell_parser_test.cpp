@@ -36,27 +36,25 @@ TEST(BellParser, TellsBellsAndVisibleTextFromControlSequences) {
     std::string text;
     std::uint64_t bells;
     std::string visible;
-  } rows[] = {
-      {"lone bell", "\a", 1, ""},
-      {"text around bells", "a\a\ab", 2, "ab"},
-      {"colour", "ls\x1b[31mx\r\n", 0, "lsx\r\n"},
-      {"white space stays, other controls go", std::string("a\0b\tc\n\v\f\b\x1f", 10) + high, 0,
-       "ab\tc\n" + high},
-      {"title", "\x1b]0;title\ax", 0, "x"},
-      {"title cut short", "\x1b]0;t\x18x\x1b]0;t\x1ay", 0, "xy"},
-      {"title with an escape inside", "\x1b]0;a\x1b[b\x1b\x1b\\x\x1b]\x1b\ay", 0, "xy"},
-      {"bell inside a sequence", "\x1b[\am\x1b\a[1mz", 2, "z"},
-      {"sequence broken by another", "\x1b[31\x1b]0;t\ax", 0, "x"},
-      {"not a final byte", "\x1b[\x7f\x80 1@x", 0, "x"},
-      {"device control", "\x1bPq\a\x1b[\a\x1b\x1b\\x", 0, "x"},
-      {"other strings",
-       "\x1bXa\x1b\\1\x1b^b\x18"
-       "2\x1b_c\x1a"
-       "3",
-       0, "123"},
-      {"character set", "\x1b(B\x1b\x1b=x", 0, "Bx"},
-      {"still open", "\x1b]0;text", 0, ""},
-  };
+  } rows[] = {{"lone bell", "\a", 1, ""},
+              {"text around bells", "a\a\ab", 2, "ab"},
+              {"colour", "ls\x1b[31mx\r\n", 0, "lsx\r\n"},
+              {"white space stays, other controls go", std::string("a\0b\tc\n\v\f\b\x1f", 10) + high, 0,
+               "ab\tc\n" + high},
+              {"title", "\x1b]0;title\ax", 0, "x"},
+              {"title cut short", "\x1b]0;t\x18x\x1b]0;t\x1ay", 0, "xy"},
+              {"title with an escape inside", "\x1b]0;a\x1b[b\x1b\x1b\\x\x1b]\x1b\ay", 0, "xy"},
+              {"bell inside a sequence", "\x1b[\am\x1b\a[1mz", 2, "z"},
+              {"sequence broken by another", "\x1b[31\x1b]0;t\ax", 0, "x"},
+              {"not a final byte", "\x1b[\x7f\x80 1@x", 0, "x"},
+              {"device control", "\x1bPq\a\x1b[\a\x1b\x1b\\x", 0, "x"},
+              {"other strings",
+               "\x1bXa\x1b\\1\x1b^b\x18"
+               "2\x1b_c\x1a"
+               "3",
+               0, "123"},
+              {"character set", "\x1b(B\x1b\x1b=x", 0, "Bx"},
+              {"still open", "\x1b]0;text", 0, ""}};
   for (const auto& row : rows) {
     const Result whole{row.bells, row.visible};
     for (const std::size_t chunkSize : {std::size_t{1000}, std::size_t{1}, std::size_t{3}}) {

@@ -62,8 +62,7 @@ TEST_F(CommandLedger, ReportsEachChangeInOrder) {
       {mark("start=20") + mark("shell=sh") + mark("context=,,1,,"), ""},
       {makeStarts + makeStarts, "running superseded running "},
       {mark("start=20") + mark("shell=sh") + mark("context=,,1,,"), ""},
-      {mark("end=0") + cdStarts + "x" + mark("end=130") + mark("end=0"), "succeeded running failed "},
-  };
+      {mark("end=0") + cdStarts + "x" + mark("end=130") + mark("end=0"), "succeeded running failed "}};
   for (const auto& row : rows) EXPECT_EQ(feed(row.text), row.changes) << row.text;
   EXPECT_TRUE(evidence().isLowInformation);
   const auto& superseded = ledger.commands().front();

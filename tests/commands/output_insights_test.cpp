@@ -3,6 +3,9 @@
 #include <gtest/gtest.h>
 
 #include "base/record.h"
+#include "commands/output_pattern.h"
+#include "commands/relative_path.h"
+#include "commands/unicode_text.h"
 #include "random_text.h"
 
 namespace velotide {
@@ -28,39 +31,38 @@ TEST(OutputInsights, FindsWhatEachRuleDescribes) {
     const char* name;
     std::string text;
     std::string found;
-  } rows[] = {
-      {"nothing", "", ""},
-      {"blank", " \n\t\r\n\xc2\xa0\xe2\x80\xa8", ""},
-      {"plain", "all is well\nhello", ""},
-      {"failure with a link", "Build FAILED: https://ci.example/1.\n",
-       "error(Build FAILED: https://ci.example/1.)url(https://ci.example/1)filePath(/ci.example/1)"},
-      {"several kinds, trimmed", "  warn: fatal  \n", "error(warn: fatal)warning(warn: fatal)"},
-      {"line ends", "an error\xe2\x80\xa9Warning\x0bTraceback\xc2\x85x",
-       "error(an error)warning(Warning)stackTrace(Traceback)"},
-      {"frames", "at main.c\nthat at x\natx\nat", "stackTrace(at main.c)"},
-      {"lower case of other letters", "stac\xe2\x84\xaa trace", "stackTrace(stac\xe2\x84\xaa trace)"},
-      {"links", "<http://a/b?c=1,2> 'https://x]' http://",
-       "url(http://a/b?c=1,2)url(https://x)filePath(/a/b)filePath(/x)"},
-      {"absolute paths", "(/usr/lib:12:3); x/no /a b,", "filePath(/usr/lib:12:3)filePath(/a b)"},
-      {"relative paths", "see src/a.cpp:10:2 and ../b/c.py \xc3\xa9/d.rs",
-       "filePath(src/a.cpp:10:2 and ../b/c.py \xc3\xa9/d.rs)"},
-      {"relative path", "in src/x/a.swift:10: no", "filePath(src/x/a.swift:10)"},
-      {"no known extension", "src/a.o lib/b.so", ""},
-      {"commits", "Commit " + hash + " ABCDEF0 abcdef", "commitHash(" + hash + ")"},
-      {"commit of other letters", "ha\xc5\xbfh " + hash, "commitHash(" + hash + ")"},
-      {"no word of commits", hash + " recommit", ""},
-      {"object", "{\"name\":\n 1}", "json(JSON)"},
-      {"array", "[\n1\n]", "json(JSON)"},
-      {"invalid byte in an object", "{\"a\":\"\xff\"}", "json(JSON)"},
-      {"no object", "{a}", ""},
-      {"yaml", "# c\nname: x\n\n- version: 1", "yaml(YAML)"},
-      {"one key", "name: x\nversion:", ""},
-      {"yaml too late", repeat("word\n", 11) + "a: 1\nb: 2", ""},
-      {"cut by characters", wide, "error(error " + repeat(accent, 100) + repeat(family, 74) + ")"},
-      {"cut", "error " + std::string(200, 'x'), "error(error " + std::string(174, 'x') + ")"},
-      {"same line once", "error\nerror\nerror x", "error(error)error(error x)"},
-      {"same path often", repeat("/a;", 2000), "filePath(/a)"},
-  };
+  } rows[] = {{"nothing", "", ""},
+              {"blank", " \n\t\r\n\xc2\xa0\xe2\x80\xa8", ""},
+              {"plain", "all is well\nhello", ""},
+              {"failure with a link", "Build FAILED: https://ci.example/1.\n",
+               "error(Build FAILED: https://ci.example/1.)url(https://ci.example/1)filePath(/ci.example/1)"},
+              {"several kinds, trimmed", "  warn: fatal  \n", "error(warn: fatal)warning(warn: fatal)"},
+              {"line ends", "an error\xe2\x80\xa9Warning\x0bTraceback\xc2\x85x",
+               "error(an error)warning(Warning)stackTrace(Traceback)"},
+              {"frames", "at main.c\nthat at x\natx\nat", "stackTrace(at main.c)"},
+              {"lower case of other letters", "stac\xe2\x84\xaa trace", "stackTrace(stac\xe2\x84\xaa trace)"},
+              {"links", "<http://a/b?c=1,2> 'https://x]' http://",
+               "url(http://a/b?c=1,2)url(https://x)filePath(/a/b)filePath(/x)"},
+              {"absolute paths", "(/usr/lib:12:3); x/no /a b,", "filePath(/usr/lib:12:3)filePath(/a b)"},
+              {"relative paths", "see src/a.cpp:10:2 and ../b/c.py \xc3\xa9/d.rs",
+               "filePath(src/a.cpp:10:2 and ../b/c.py \xc3\xa9/d.rs)"},
+              {"relative path", "in src/x/a.swift:10: no", "filePath(src/x/a.swift:10)"},
+              {"no known extension", "src/a.o lib/b.so", ""},
+              {"commits", "Commit " + hash + " ABCDEF0 abcdef", "commitHash(" + hash + ")"},
+              {"commit of other letters", "ha\xc5\xbfh " + hash, "commitHash(" + hash + ")"},
+              {"no word of commits", hash + " recommit", ""},
+              {"object", "{\"name\":\n 1}", "json(JSON)"},
+              {"array", "[\n1\n]", "json(JSON)"},
+              {"invalid byte in an object", "{\"a\":\"\xff\"}", "json(JSON)"},
+              {"no object", "{a}", ""},
+              {"yaml", "# c\nname: x\n\n- version: 1", "yaml(YAML)"},
+              {"one key", "name: x\nversion:", ""},
+              {"yaml too late", repeat("word\n", 11) + "a: 1\nb: 2", ""},
+              {"cut by characters", wide, "error(error " + repeat(accent, 100) + repeat(family, 74) + ")"},
+              {"cut", "error " + std::string(200, 'x'), "error(error " + std::string(174, 'x') + ")"},
+              {"same line once", "error\nerror\nerror x", "error(error)error(error x)"},
+              {"one long path", repeat("/a", 8000), "filePath(" + repeat("/a", 8000) + ")"},
+              {"same path often", repeat("/a;", 2000), "filePath(/a)"}};
   for (const auto& row : rows) EXPECT_EQ(described(row.text), row.found) << row.name;
 }
 
@@ -72,12 +74,47 @@ TEST(OutputInsights, KeepsThreeOfAKind) {
   EXPECT_EQ(Analyzer::outputSummary(text)->errorLine, "error 0");
 }
 
-TEST(OutputInsights, GivesUpOnHostileLinesOnly) {
-  const std::string hostile = repeat("a/a", 5400) + "/.md";
-  EXPECT_EQ(described(hostile), "");
-  EXPECT_EQ(described(hostile + "\nsrc/a.py\n"), "filePath(src/a.py)");
-  // A first find on the line does not count either once the search gives up behind it.
-  EXPECT_EQ(described("b/c.py|" + hostile), "");
+TEST(OutputPattern, GivesUpOnHostileLinesOnly) {
+  OutputPattern pattern(relativePathPattern);
+  const auto search = [&](const std::string& text) {
+    const std::u16string line = toUtf16(text);
+    OutputPattern::Matches matches = pattern.matchesIn(line);
+    const bool found = matches.next().has_value();
+    return std::pair(found, matches.gaveUp());
+  };
+  EXPECT_EQ(search(repeat("a/a", 5400)), std::pair(false, true));
+  EXPECT_EQ(search(repeat("a/a", 5400) + ".md"), std::pair(true, false));
+  EXPECT_EQ(search(repeat("all is well ", 1300)), std::pair(false, false));
+  OutputPattern broken(u"(");
+  EXPECT_FALSE(broken.isFoundIn(u"("));
+}
+
+std::string matchesOf(OutputPattern::Matches matches) {
+  std::string list;
+  while (const auto match = matches.next()) list += toUtf8(*match) + "|";
+  EXPECT_FALSE(matches.gaveUp());
+  return list;
+}
+
+TEST(RelativePathRegions, HoldEveryMatchOfTheLine) {
+  const std::string_view pieces[] = {
+      "a", "/", "/",        "b-",       ".",        ".c",           ".md:1:2",          ".json", " ", "..",
+      "|", "0", "\xc3\xa9", "\xcc\x81", "\xc2\xad", "\xe2\x86\x92", "\xf0\x9d\x94\xb8", "/x.go"};
+  OutputPattern pattern(relativePathPattern);
+  int lines = 0;
+  for (std::uint32_t seed = 0; seed < 20'000; ++seed) {
+    Choices choices(seed);
+    const std::u16string line = toUtf16(choices.text(pieces, 2 + choices.below(14)));
+    const std::string expected = matchesOf(pattern.matchesIn(line));
+    std::string found;
+    RelativePathRegions regions(line);
+    for (auto part = regions.next(); !part.empty(); part = regions.next()) {
+      found += matchesOf(pattern.matchesIn(line, part));
+    }
+    ASSERT_EQ(found, expected) << toUtf8(line);
+    lines += !expected.empty();
+  }
+  EXPECT_GT(lines, 2000);
 }
 
 TEST(OutputInsights, SignalsErrorsAsTheSummaryDoes) {
