@@ -1,0 +1,42 @@
+#include <pty.h>
+#include <signal.h>
+#include <sys/prctl.h>
+#include <time.h>
+
+#include <cerrno>
+#include <fstream>
+#include <string>
+
+#include "end_to_end/platform.h"
+#include "end_to_end/waiting.h"
+
+namespace velotide::bench {
+
+double processorSeconds(pid_t process) {
+  clockid_t clock = 0;
+  timespec used{};
+  errno = ::clock_getcpuclockid(process, &clock);
+  if (errno != 0 || ::clock_gettime(clock, &used) != 0) failWithErrno("processor time of a process");
+  return static_cast<double>(used.tv_sec) + static_cast<double>(used.tv_nsec) / 1e9;
+}
+
+// The roll-up walks the page tables; the counters in statm lag behind by many pages.
+std::uint64_t residentBytes(pid_t process) {
+  std::ifstream rollup("/proc/" + std::to_string(process) + "/smaps_rollup");
+  for (std::string word; rollup >> word;) {
+    std::uint64_t kibibytes = 0;
+    if (word == "Rss:" && rollup >> kibibytes) return kibibytes * 1024;
+  }
+  throw std::runtime_error("the resident set of a process cannot be read");
+}
+
+pid_t forkTerminal(int& master) {
+  const winsize size{24, 80, 0, 0};
+  return ::forkpty(&master, nullptr, nullptr, &size);
+}
+
+void endWithParent() { ::prctl(PR_SET_PDEATHSIG, SIGKILL); }
+
+void adoptOrphans() { ::prctl(PR_SET_CHILD_SUBREAPER, 1); }
+
+}  // namespace velotide::bench

@@ -1,0 +1,57 @@
+#include "end_to_end/printing.h"
+
+#include <algorithm>
+
+#include "end_to_end/base64.h"
+#include "end_to_end/json_text.h"
+#include "end_to_end/stream.h"
+#include "end_to_end/waiting.h"
+
+namespace velotide::bench {
+namespace {
+
+// Rare enough that the asking costs the service less than a thousandth of its time.
+constexpr std::chrono::milliseconds askingPeriod{50};
+
+}  // namespace
+
+std::vector<std::string> printingChild(const Options& options, std::uint64_t textBytes) {
+  return {options.program, "--print", std::to_string(textBytes)};
+}
+
+std::vector<std::string> echoingChild(const Options& options) { return {options.program, "--echo"}; }
+
+PrintingSession::PrintingSession(const Options& options, const ServiceProcess& service,
+                                 std::uint64_t textBytes)
+    : service_(service),
+      client_(service.connect()),
+      textBytes_(textBytes),
+      session_(createSession(client_, printingChild(options, textBytes))) {
+  while (takenBytes() < readyMark.size()) pause(std::chrono::milliseconds(2));
+}
+
+void PrintingSession::start() { client_.call("input", session_.inputFields(startByte)); }
+
+// On a fresh connection: the service ends one that was silent for five seconds.
+void PrintingSession::close() {
+  WireClient client = service_.connect();
+  closeSession(client, session_);
+}
+
+std::uint64_t PrintingSession::takenBytes() {
+  return requireNumber(client_.call("inspectInput", session_.address()), "outputOffset");
+}
+
+double PrintingSession::awaitTaken() {
+  const std::uint64_t whole = streamBytes(textBytes_);
+  while (takenBytes() < whole) pause(askingPeriod);
+  const std::string after = R"(,"after":{"generation":)" + jsonText(session_.generation) + R"(,"offset":)" +
+                            std::to_string(whole - trailerBytes) + "}";
+  const std::string response = client_.call("read", session_.address() + after);
+  std::string scratch;
+  std::string decoded;
+  const auto batch = outputIn(response, scratch);
+  return printingSeconds(decodeBase64(batch ? batch->base64 : "", decoded));
+}
+
+}  // namespace velotide::bench

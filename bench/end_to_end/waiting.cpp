@@ -1,0 +1,93 @@
+#include "end_to_end/waiting.h"
+
+#include <signal.h>
+#include <unistd.h>
+
+#include <algorithm>
+#include <array>
+#include <cerrno>
+#include <cstring>
+
+namespace velotide::bench {
+namespace {
+
+constexpr std::array endingSignals{SIGINT, SIGTERM, SIGHUP, SIGQUIT};
+constexpr std::chrono::milliseconds longestNap{200};
+
+volatile sig_atomic_t signalReceived = 0;
+Clock::time_point lastMoment = Clock::time_point::max();
+
+void rememberSignal(int signal) { signalReceived = signal; }
+
+void requirePermissionToGoOn() {
+  if (signalReceived != 0) throw Interrupted("ended by signal " + std::to_string(signalReceived));
+  if (Clock::now() > lastMoment) throw Interrupted("the whole run took longer than its --timeout");
+}
+
+// Naps are short because a signal that arrives just before poll() must not wait for the descriptors.
+bool pollUntil(std::span<pollfd> descriptors, Clock::time_point deadline) {
+  while (true) {
+    requirePermissionToGoOn();
+    const auto left = std::chrono::ceil<std::chrono::milliseconds>(deadline - Clock::now());
+    const auto nap = std::clamp(left, std::chrono::milliseconds::zero(), longestNap);
+    const int ready =
+        ::poll(descriptors.data(), static_cast<nfds_t>(descriptors.size()), static_cast<int>(nap.count()));
+    if (ready > 0) return true;
+    if (ready < 0 && errno != EINTR) failWithErrno("poll");
+    if (Clock::now() >= deadline) return false;
+  }
+}
+
+}  // namespace
+
+double secondsBetween(Clock::time_point begin, Clock::time_point end) {
+  return std::chrono::duration<double>(end - begin).count();
+}
+
+void failWithErrno(const std::string& what) { throw std::runtime_error(what + ": " + std::strerror(errno)); }
+
+void endOnSignalsOrAfter(std::chrono::seconds limit) {
+  lastMoment = Clock::now() + limit;
+  struct sigaction action {};
+  action.sa_handler = rememberSignal;
+  for (const int signal : endingSignals) ::sigaction(signal, &action, nullptr);
+  ::signal(SIGPIPE, SIG_IGN);
+}
+
+void restoreSignals() {
+  for (const int signal : endingSignals) ::signal(signal, SIG_DFL);
+  ::signal(SIGPIPE, SIG_DFL);
+}
+
+void awaitReady(std::span<pollfd> descriptors, std::chrono::milliseconds patience) {
+  if (!pollUntil(descriptors, Clock::now() + patience)) {
+    throw std::runtime_error("nothing arrived within " + std::to_string(patience.count()) + " ms");
+  }
+}
+
+void awaitReadable(int descriptor) {
+  pollfd entry{descriptor, POLLIN, 0};
+  awaitReady({&entry, 1});
+}
+
+void pause(std::chrono::milliseconds duration) { pollUntil({}, Clock::now() + duration); }
+
+std::size_t readSome(int descriptor, std::span<char> buffer) {
+  while (true) {
+    const ssize_t count = ::read(descriptor, buffer.data(), buffer.size());
+    if (count >= 0) return static_cast<std::size_t>(count);
+    if (errno == EIO || errno == ECONNRESET) return 0;
+    if (errno != EINTR) failWithErrno("read");
+  }
+}
+
+void writeAll(int descriptor, std::string_view bytes) {
+  while (!bytes.empty()) {
+    const ssize_t count = ::write(descriptor, bytes.data(), bytes.size());
+    if (count < 0 && errno == EINTR) continue;
+    if (count < 0) failWithErrno("write");
+    bytes.remove_prefix(static_cast<std::size_t>(count));
+  }
+}
+
+}  // namespace velotide::bench
