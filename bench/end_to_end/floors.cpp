@@ -1,5 +1,8 @@
 #include "end_to_end/floors.h"
 
+#include <fcntl.h>
+#include <unistd.h>
+
 #include <algorithm>
 #include <array>
 #include <string>
@@ -27,6 +30,23 @@ void pollBare(int descriptor) {
   pollBare({&entry, 1});
 }
 
+// Waits, then takes what is there up to the whole batch: one read of a terminal gives at most about 4 KiB on
+// some systems, and the price of a turn is to be paid once for each batch. 0 at the end.
+std::size_t readBatch(int terminal, std::span<char> batch) {
+  pollBare(terminal);
+  std::size_t filled = 0;
+  while (filled < batch.size()) {
+    const ssize_t count = ::read(terminal, batch.data() + filled, batch.size() - filled);
+    if (count <= 0) break;
+    filled += static_cast<std::size_t>(count);
+  }
+  return filled;
+}
+
+void makeNonblocking(int descriptor) {
+  if (::fcntl(descriptor, F_SETFL, O_NONBLOCK) != 0) failWithErrno("non-blocking terminal");
+}
+
 bool copyBatch(int from, int to) {
   std::array<char, batchBytes> batch{};
   const std::size_t count = readSome(from, batch);
@@ -40,9 +60,9 @@ int drainTerminal(int terminal, std::uint64_t textBytes, int report) {
   static std::array<char, batchBytes> batch;
   const std::uint64_t textEnd = readyMark.size() + textBytes;
   std::string trailer;
+  makeNonblocking(terminal);
   for (std::uint64_t position = readyMark.size(); trailer.size() < trailerBytes;) {
-    pollBare(terminal);
-    const std::size_t count = readSome(terminal, batch);
+    const std::size_t count = readBatch(terminal, batch);
     if (count == 0) return 1;
     position += count;
     if (position > textEnd) {
@@ -59,9 +79,9 @@ int relayTerminal(int terminal, int socket) {
   static std::array<char, batchBytes> batch;
   static std::array<char, lineBegin.size() + base64Space(batchBytes) + lineEnd.size()> line;
   lineBegin.copy(line.data(), lineBegin.size());
+  makeNonblocking(terminal);
   while (true) {
-    pollBare(terminal);
-    const std::size_t count = readSome(terminal, batch);
+    const std::size_t count = readBatch(terminal, batch);
     if (count == 0) return 0;
     const auto text = std::span<char>(line).subspan(lineBegin.size());
     const std::size_t length = encodeBase64(std::string_view(batch.data(), count), text);
