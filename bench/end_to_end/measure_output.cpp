@@ -72,8 +72,9 @@ Cost drainService(const Options& options, const ServiceProcess& service, std::ui
   PrintingSession printing(options, service, bytes);
   const double before = processorSeconds(service.id());
   printing.start();
-  const double seconds = printing.awaitTaken();
-  const Cost cost = costOf(bytes, seconds, processorSeconds(service.id()) - before);
+  printing.awaitTaken();
+  const double used = processorSeconds(service.id()) - before;
+  const Cost cost = costOf(bytes, printing.checkRetained(), used);
   printing.close();
   return cost;
 }

@@ -1,8 +1,7 @@
 #include "end_to_end/printing.h"
 
-#include <algorithm>
+#include <stdexcept>
 
-#include "end_to_end/base64.h"
 #include "end_to_end/json_text.h"
 #include "end_to_end/stream.h"
 #include "end_to_end/waiting.h"
@@ -42,16 +41,21 @@ std::uint64_t PrintingSession::takenBytes() {
   return requireNumber(client_.call("inspectInput", session_.address()), "outputOffset");
 }
 
-double PrintingSession::awaitTaken() {
-  const std::uint64_t whole = streamBytes(textBytes_);
-  while (takenBytes() < whole) pause(askingPeriod);
-  const std::string after = R"(,"after":{"generation":)" + jsonText(session_.generation) + R"(,"offset":)" +
-                            std::to_string(whole - trailerBytes) + "}";
-  const std::string response = client_.call("read", session_.address() + after);
+void PrintingSession::awaitTaken() {
+  while (takenBytes() < streamBytes(textBytes_)) pause(askingPeriod);
+}
+
+double PrintingSession::checkRetained() {
+  StreamReceiver receiver(textBytes_, StreamReceiver::Check::decoded);
   std::string scratch;
-  std::string decoded;
-  const auto batch = outputIn(response, scratch);
-  return printingSeconds(decodeBase64(batch ? batch->base64 : "", decoded));
+  while (!receiver.complete()) {
+    const std::string response =
+        client_.call("read", session_.address() + session_.after(receiver.position()));
+    const auto batch = outputIn(response, scratch);
+    if (!batch) throw std::runtime_error("the service retained less than it said it had taken");
+    receiver.accept(batch->base64, batch->end);
+  }
+  return receiver.printingSeconds();
 }
 
 }  // namespace velotide::bench

@@ -19,9 +19,10 @@ class PrintingSession {
 
   const HostedSession& session() const { return session_; }
   void start();
-  // Waits until the service has taken all of it, asking now and then; the trailer is the proof.
-  // Answers the seconds the child spent printing.
-  double awaitTaken();
+  // Waits until the service has taken all of it, asking now and then.
+  void awaitTaken();
+  // Reads back and checks what the service retained, and answers the seconds the child spent printing.
+  double checkRetained();
   void close();
 
  private:

@@ -14,9 +14,7 @@ Subscriber::Subscriber(const ServiceProcess& service, const HostedSession& sessi
 }
 
 void Subscriber::subscribe() {
-  client_.send("subscribe", session_.address() + R"(,"after":{"generation":)" +
-                                jsonText(session_.generation) + R"(,"offset":)" +
-                                std::to_string(receiver_.position()) + "}");
+  client_.send("subscribe", session_.address() + session_.after(receiver_.position()));
 }
 
 void Subscriber::receive() {

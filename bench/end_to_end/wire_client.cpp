@@ -69,6 +69,10 @@ std::string HostedSession::address() const {
   return R"(,"sessionID":)" + jsonText(id) + R"(,"generation":)" + jsonText(generation);
 }
 
+std::string HostedSession::after(std::uint64_t offset) const {
+  return R"(,"after":{"generation":)" + jsonText(generation) + R"(,"offset":)" + std::to_string(offset) + "}";
+}
+
 std::string HostedSession::inputFields(std::string_view bytes) {
   return address() + R"(,"controlEpoch":)" + jsonText(controlEpoch) +
          R"(,"source":"human","inputSequence":)" + std::to_string(nextInputSequence++) + R"(,"data":)" +

@@ -43,6 +43,8 @@ struct HostedSession {
   std::uint64_t nextInputSequence = 1;
 
   std::string address() const;
+  // The cursor behind which a read or a subscription begins.
+  std::string after(std::uint64_t offset) const;
   std::string inputFields(std::string_view bytes);
 };
 
