@@ -1,0 +1,163 @@
+"""Starting and ending the service: arguments, root directory, lock, token, socket."""
+
+import os
+import pathlib
+import stat
+import subprocess
+import unittest
+
+from runtime_process import FAILURE_MESSAGE, RUNTIME, Runtime, RuntimeCase
+
+NOBODY = 65534
+
+
+def mode(path):
+    return stat.S_IMODE(os.lstat(path).st_mode)
+
+
+class StartCase(RuntimeCase):
+    starts = False
+
+    def assert_start_fails(self, *arguments):
+        ended = subprocess.run([RUNTIME, *arguments], cwd=self.runtime.directory, timeout=20,
+                               stdin=subprocess.DEVNULL, capture_output=True)
+        self.assertEqual((1, FAILURE_MESSAGE, b""), (ended.returncode, ended.stderr, ended.stdout))
+
+    def end_orderly(self, client):
+        self.accept(client.request("shutdownIfEmpty"))
+        self.assertEqual(0, self.runtime.process.wait(20))
+        self.assertEqual(b"", self.runtime.errors())
+
+
+class Arguments(StartCase):
+    def test_anything_but_root_and_one_absolute_path_fails_and_touches_nothing(self):
+        root = self.runtime.root
+        for arguments in ([], ["--root"], [root], ["--root", root, root], ["-root", root],
+                          ["--ROOT", root], ["--root=" + root], [root, "--root"], ["--help"],
+                          ["--version"], ["--root", ""], ["--root", "root"], ["--root", "./root"]):
+            with self.subTest(arguments=arguments):
+                self.assert_start_fails(*arguments)
+        self.assertEqual([], os.listdir(self.runtime.directory))
+
+
+# What makes a prepared root directory unacceptable.
+SPOILT = {
+    "mode 0750": lambda root: root.chmod(0o750),
+    "mode 0755": lambda root: root.chmod(0o755),
+    "mode 0701": lambda root: root.chmod(0o701),
+    "a link": lambda root: (root.rename(f"{root}-real"), root.symlink_to(f"{root}-real")),
+    "a file": lambda root: (root.rmdir(), root.touch()),
+    "lock is a link": lambda root: (root.joinpath("elsewhere").touch(0o600),
+                                    root.joinpath("runtime.lock").symlink_to("elsewhere")),
+    "lock has mode 0644": lambda root: root.joinpath("runtime.lock").touch(0o644),
+    "lock has mode 0640": lambda root: root.joinpath("runtime.lock").touch(0o640),
+    "lock is a directory": lambda root: root.joinpath("runtime.lock").mkdir(0o700),
+    "lock is a fifo": lambda root: os.mkfifo(root.joinpath("runtime.lock"), 0o600),
+    "socket is a directory": lambda root: root.joinpath("runtime.sock").mkdir(),
+    "token is a directory": lambda root: root.joinpath("ui-capability").mkdir(),
+}
+if os.getuid() == 0:
+    SPOILT["foreign"] = lambda root: os.chown(root, NOBODY, -1)
+    SPOILT["lock is foreign"] = lambda root: (root.joinpath("runtime.lock").touch(0o600),
+                                              os.chown(root.joinpath("runtime.lock"), NOBODY, -1))
+
+
+class RootDirectory(StartCase):
+    def test_a_root_that_others_could_have_prepared_is_refused(self):
+        for what, spoil in SPOILT.items():
+            with self.subTest(what):
+                root = pathlib.Path(self.runtime.directory, what.replace(" ", "-"))
+                root.mkdir(0o700)
+                spoil(root)
+                self.assert_start_fails("--root", str(root))
+                self.assertFalse(root.joinpath("ui-capability").is_file())
+                self.assertEqual([], list(root.glob("capability-*")))
+
+    def test_the_socket_path_may_be_99_bytes_long_and_no_longer(self):
+        base = self.runtime.directory
+        fill = 99 - len(base) - len("//runtime.sock")
+        self.assert_start_fails("--root", os.path.join(base, "r" * (fill + 1)))
+        self.assert_start_fails("--root", os.path.join(base, "é" + "r" * (fill - 1)))
+        self.runtime.root = os.path.join(base, "r" * fill)
+        self.assertEqual(99, len(os.path.join(self.runtime.root, "runtime.sock")))
+        self.end_orderly(self.runtime.start())
+
+    def test_files_are_private_although_the_launcher_was_permissive(self):
+        root = self.runtime.root = os.path.join(self.runtime.directory, "a", "b")
+        self.runtime.start(umask=0)
+        self.assert_capability(self.runtime.capability)
+        self.assertEqual([0o700, 0o700], [mode(os.path.dirname(root)), mode(root)])
+        kinds = {"runtime.sock": stat.S_ISSOCK, "runtime.lock": stat.S_ISREG,
+                 "ui-capability": stat.S_ISREG}
+        for name, is_kind in kinds.items():
+            path = os.path.join(root, name)
+            self.assertTrue(is_kind(os.lstat(path).st_mode), name)
+            self.assertEqual(0o600, mode(path), name)
+        self.assertEqual(0, os.path.getsize(os.path.join(root, "runtime.lock")))
+        self.assertEqual(set(kinds), set(os.listdir(root)) - {"native-tools"})
+        self.assertEqual(self.runtime.process.pid, os.getsid(self.runtime.process.pid))
+
+
+class Lifetime(StartCase):
+    def test_an_orderly_end_removes_the_socket_and_keeps_lock_and_token(self):
+        os.mkdir(self.runtime.root, 0o700)
+        pathlib.Path(self.runtime.root, "runtime.sock").write_text("in the way, to be replaced")
+        self.end_orderly(self.runtime.start())
+        left = set(os.listdir(self.runtime.root)) - {"native-tools"}
+        self.assertEqual({"runtime.lock", "ui-capability"}, left)
+
+    def test_a_second_instance_fails_and_leaves_the_first_untouched(self):
+        client = self.runtime.start()
+        path = os.path.join(self.runtime.root, "runtime.sock")
+        before = os.stat(path)
+        self.assert_start_fails("--root", self.runtime.root)
+        self.assertEqual((before.st_ino, before.st_mtime), (os.stat(path).st_ino,
+                                                            os.stat(path).st_mtime))
+        token = pathlib.Path(self.runtime.root, "ui-capability").read_text()
+        self.assertEqual(self.runtime.capability, token)
+        self.accept(client.request("list"))
+        self.accept(self.connect().request("list"))
+
+    def test_a_restart_after_a_crash_replaces_socket_token_and_epoch(self):
+        first = self.runtime.start()
+        token, epoch = self.runtime.capability, first.request("hello")["serviceEpoch"]
+        self.runtime.kill()
+        self.assertTrue(os.path.exists(os.path.join(self.runtime.root, "runtime.sock")))
+        second = self.runtime.start()
+        self.assertNotEqual(token, self.runtime.capability)
+        self.assertNotEqual(epoch, second.request("hello")["serviceEpoch"])
+        self.refuse("invalid_capability", second.request("list", capability=token))
+        self.accept(second.request("list"))
+
+
+class Admission(RuntimeCase):
+    def test_only_the_exact_token_authorizes(self):
+        token = self.runtime.capability
+        letter = next(index for index, sign in enumerate(token) if sign.isalpha())
+        lower = token[:letter] + token[letter].lower() + token[letter + 1:]
+        for name, text in (("absent", None), ("empty", ""), ("one lower-case letter", lower),
+                           ("longer", token + "A"), ("shorter", token[:-1]),
+                           ("last changed", token[:-1] + "-"), ("zero byte behind", token + "\0")):
+            with self.subTest(name):
+                self.refuse("invalid_capability", self.client.request("list", capability=text))
+        self.accept(self.client.request("list", capability=token))
+
+    @unittest.skipUnless(os.getuid() == 0, "needs the right to act as another user")
+    def test_a_process_of_another_user_is_closed_without_an_answer(self):
+        path = os.path.join(self.runtime.root, "runtime.sock")
+        for opened in (self.runtime.directory, self.runtime.root, path):
+            os.chmod(opened, 0o777)
+        stranger = os.fork()
+        if stranger == 0:
+            status = 99
+            try:
+                os.setuid(NOBODY)
+                status = len(self.connect().receive())
+            finally:
+                os._exit(status)
+        self.assertEqual(0, os.waitpid(stranger, 0)[1], "neither bytes nor an error")
+        self.accept(self.client.request("diagnostics"))
+
+
+if __name__ == "__main__":
+    unittest.main()
