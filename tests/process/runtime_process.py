@@ -45,9 +45,8 @@ def protocol_date():
 
 def launch(script=None, **changes):
     """A launch description; with a script, of a shell that runs it."""
-    return {"executable": "/bin/sh", "arguments": [] if script is None else ["-c", script],
-            "environment": {"PATH": "/usr/bin:/bin"}, "directory": "/", "columns": 80, "rows": 24,
-            **changes}
+    return {"executable": "/bin/sh", "arguments": [] if script is None else ["-c", script], "directory": "/",
+            "environment": {"PATH": "/usr/bin:/bin"}, "columns": 80, "rows": 24, **changes}
 
 
 def wait_until(condition, what, deadline=DEADLINE):
@@ -79,12 +78,12 @@ class Client:
         self.runtime = runtime
         self.incoming = b""
         self.socket = socket.socket(socket.AF_UNIX)
-        self.socket.settimeout(DEADLINE)
         try:
             self.socket.connect(os.path.join(runtime.root, "runtime.sock"))
         except OSError:
             self.socket.close()
             raise
+        self.socket.settimeout(DEADLINE)
         runtime.clients.append(self)
 
     def send(self, raw):
@@ -95,6 +94,7 @@ class Client:
             pass  # dropped while sending; what the test reads next tells
 
     def receive(self):
+        """More bytes, or none once the connection has ended."""
         try:
             return self.socket.recv(65536)
         except ConnectionResetError:
@@ -103,8 +103,7 @@ class Client:
     def frame(self):
         """The next line from the service, which must be a well-formed response."""
         while b"\n" not in self.incoming:
-            received = self.receive()
-            if not received:
+            if not (received := self.receive()):
                 raise AssertionError("the service closed the connection")
             self.incoming += received
         line, self.incoming = self.incoming.split(b"\n", 1)
@@ -114,11 +113,11 @@ class Client:
             raise AssertionError(f"not a response: {line[:400]!r}")
         return frame
 
-    def closed(self):
-        """Reads on until the service has closed the connection."""
+    def read_to_end(self):
+        """What still comes until the service closes the connection."""
         while received := self.receive():
             self.incoming += received
-        return True
+        return self.incoming
 
     def text(self, action, **fields):
         request = {"protocolVersion": 3, "id": new_id(), "action": action,
@@ -142,9 +141,6 @@ class Client:
         if not reply["ok"]:
             raise AssertionError(f"create failed: {reply['error']}")
         return Session(self, reply["session"])
-
-    def close(self):
-        self.socket.close()
 
 
 class Session:
@@ -205,9 +201,8 @@ class Runtime:
     def start(self, **options):
         """Starts the service, waits for its first answer and returns a client."""
         with open(os.path.join(self.directory, "errors"), "wb") as errors:
-            self.process = subprocess.Popen([RUNTIME, "--root", self.root],
-                                            stdin=subprocess.DEVNULL, stdout=errors, stderr=errors,
-                                            **options)
+            self.process = subprocess.Popen([RUNTIME, "--root", self.root], stdin=subprocess.DEVNULL,
+                                            stdout=errors, stderr=errors, **options)
         client = wait_until(self._connect, "the service listens")
         client.send(client.text("hello")[1])
         client.frame()  # the token file is complete once the loop answers
@@ -239,9 +234,11 @@ class Runtime:
         self.children.clear()
 
     def close(self):
+        if self.process is not None:
+            self.frames.append(f"standard error: {self.errors()}")
         self.kill()
         for client in self.clients:
-            client.close()
+            client.socket.close()
         shutil.rmtree(self.directory, ignore_errors=True)
 
 
@@ -253,19 +250,14 @@ class RuntimeCase(unittest.TestCase):
     def setUp(self):
         self.runtime = Runtime()
         self.addCleanup(self.runtime.close)
-        self.addCleanup(lambda: self.frames.append(self.stderr()))
-        self.frames = self.runtime.frames
         if self.starts:
             self.client = self.runtime.start()
-
-    def stderr(self):
-        return f"standard error: {self.runtime.errors()}" if self.runtime.process else "not started"
 
     def run(self, result=None):
         before = len(result.failures) + len(result.errors)
         super().run(result)
         if len(result.failures) + len(result.errors) > before:
-            print(f"\nframes of {self.id()}:", *self.frames[-40:], sep="\n  ", file=sys.stderr)
+            print(f"\nframes of {self.id()}:", *self.runtime.frames[-40:], sep="\n  ", file=sys.stderr)
         return result
 
     def connect(self):
