@@ -208,7 +208,8 @@ class SlowClients(RuntimeCase):
             self.assertTrue(5 <= time.monotonic() - begin < 8, time.monotonic() - begin)
         fresh = self.connect()
         drops = wait_until(lambda: fresh.request("diagnostics")["disconnects"], "the stalled one")
-        self.assertEqual([("write_deadline", "read")], [(drop["reason"], drop["lastAction"]) for drop in drops])
+        self.assertEqual([("write_deadline", "read")],
+                         [(drop["reason"], drop["lastAction"]) for drop in drops])
         self.assertGreater(drops[0]["queuedBytes"], 0)
         self.assertGreater(drops[0]["idleSeconds"], 5)
         self.accept(subscribed.request("hello"))

@@ -119,7 +119,7 @@ class Input(RuntimeCase):
         session.expect(b"R")
         replies = [session.input(b"z" * 65536) for _ in range(8)]
         taken = [reply["ok"] for reply in replies].index(False)
-        self.assertGreaterEqual(taken, 2)
+        self.assertIn(taken, (2, 3), "two fill the queue, the terminal itself may hold a third")
         self.refuse("resource_limit", replies[taken])
         self.assertEqual(taken + 1, session.info["nextInputSequence"])
         epoch = session.info["controlEpoch"]
