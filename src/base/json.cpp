@@ -200,12 +200,13 @@ std::optional<bool> JsonDocument::Cursor::takeBoolean() {
 
 namespace {
 
-// 2^63 and 2^64 as limits for whole numbers that were written with a fraction or an exponent.
+// 2^63 and 2^64 as limits for whole numbers that were written with a fraction or an exponent, or are too
+// large for 64 bits: those the reader rounds, -2^63 - 1 to -2^63 among them.
 constexpr double twoTo63 = 9223372036854775808.0;
 constexpr double twoTo64 = 18446744073709551616.0;
 
-bool isWholeIn(const JsonToken& token, double lowest, double limit) {
-  return token.kind == JsonToken::Kind::real && token.real >= lowest && token.real < limit &&
+bool isWholeBetween(const JsonToken& token, double below, double above) {
+  return token.kind == JsonToken::Kind::real && token.real > below && token.real < above &&
          std::trunc(token.real) == token.real;
 }
 
@@ -218,7 +219,7 @@ std::optional<std::int64_t> JsonDocument::Cursor::takeInteger() {
   if (token.kind == JsonToken::Kind::natural && token.natural <= INT64_MAX) {
     value = static_cast<std::int64_t>(token.natural);
   }
-  if (isWholeIn(token, -twoTo63, twoTo63)) value = static_cast<std::int64_t>(token.real);
+  if (isWholeBetween(token, -twoTo63, twoTo63)) value = static_cast<std::int64_t>(token.real);
   if (value) ++at_;
   return value;
 }
@@ -227,7 +228,7 @@ std::optional<std::uint64_t> JsonDocument::Cursor::takeNatural() {
   const JsonToken& token = *at_;
   std::optional<std::uint64_t> value;
   if (token.kind == JsonToken::Kind::natural) value = token.natural;
-  if (isWholeIn(token, 0, twoTo64)) value = static_cast<std::uint64_t>(token.real);
+  if (isWholeBetween(token, -1, twoTo64)) value = static_cast<std::uint64_t>(token.real);
   if (value) ++at_;
   return value;
 }

@@ -120,6 +120,7 @@ INSTANTIATE_TEST_SUITE_P(
         Strictness{"LargestNatural", tree(R"("natural":18446744073709551615)"), true},
         Strictness{"NaturalTooLarge", tree(R"("natural":18446744073709551616)"), false},
         Strictness{"IntegerTooLarge", tree(R"("integer":2147483648)"), false},
+        Strictness{"RoundedOutOfRange", tree(R"("x":0,"natural":18446744073709551615.0)"), false},
         Strictness{"IntegerFarTooLarge", tree(R"("integer":1e300)"), false},
         Strictness{"NumberWithoutEnd", tree("\"real\":" + std::string(5000, '9')), false},
         Strictness{"TextForNumber", tree(R"("integer":"1")"), false},
