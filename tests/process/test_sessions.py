@@ -68,9 +68,7 @@ class Ends(RuntimeCase):
         for word, action, fields in (
                 ("unavailable", "inspectInput", {}), ("unavailable", "input", {}),
                 ("resize_failed", "resize", {"columns": 9, "rows": 9}),
-                ("unavailable", "acquireControl", {}), ("unavailable", "releaseControl", {}),
-                ("unavailable", "bindAgent", {"agentKind": "codex"}),
-                ("unavailable", "reportAgent", {})):
+                ("unavailable", "acquireControl", {}), ("unavailable", "releaseControl", {})):
             with self.subTest(action):
                 self.refuse(word, session.request(action, **fields))
         self.assertNotIn("foregroundPID", self.accept(session.request("close")))
