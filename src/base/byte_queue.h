@@ -39,7 +39,7 @@ class ByteQueue {
 
  private:
   // An empty queue keeps an allocation up to this size, which covers all ordinary traffic.
-  static constexpr std::size_t keptCapacity = 256 * 1024;
+  static constexpr std::size_t keptCapacity = 262144;
 
   void makeRoom(std::size_t count);
 
