@@ -11,7 +11,7 @@ void fillOutput(TerminalRuntimeResponse& response, const RuntimeServiceState& st
   response.cursor = batch.cursor;
   response.latestOffset = batch.latestOffset;
   response.hasGap = batch.hasGap;
-  response.attention.emplace();
+  response.attention = state.attention.activeItems(session.id());
   response.eventHead = state.events.cursor();
   response.foregroundPID = session.foregroundProcessGroup();
 }

@@ -92,11 +92,11 @@ void RequestDispatch::performAction(const TerminalRuntimeRequest& request,
     case Action::list:
       return list(response);
     case Action::listAttention:
-      response.attention.emplace();
+      response.attention = request.sessionID ? state_.attention.activeItems(*request.sessionID)
+                                             : state_.attention.activeItems();
       return;
     case Action::acknowledgeAttention:
-      require(request.attentionID && request.attentionVersion, RuntimeFailure::invalidRequest);
-      throw Failure(TerminalAttentionMutationError::notFound);
+      return acknowledgeAttention(request, response);
     case Action::readEvents:
       return readEvents(request, response);
     case Action::shutdownIfEmpty:
@@ -129,7 +129,7 @@ void RequestDispatch::create(const TerminalRuntimeRequest& request, TerminalRunt
   const Uuid id = request.sessionID.value_or(Uuid::random());
   require(state_.find(id) == nullptr, RuntimeFailure::invalidRequest);
 
-  auto session = std::make_unique<RuntimeSession>(id, *request.launch, state_.events, state_.clock);
+  auto session = std::make_unique<RuntimeSession>(id, *request.launch, state_.surroundings());
   response.session = session->info();
   state_.sessions.emplace(id, std::move(session));
   state_.events.publish(id, TerminalSessionEventKind::registered, state_.clock.date(),
@@ -140,6 +140,13 @@ void RequestDispatch::list(TerminalRuntimeResponse& response) const {
   // The map's order is the order of the identifiers' texts.
   response.sessions.emplace();
   for (const auto& [id, session] : state_.sessions) response.sessions->push_back(session->info());
+}
+
+void RequestDispatch::acknowledgeAttention(const TerminalRuntimeRequest& request,
+                                           TerminalRuntimeResponse& response) {
+  require(request.attentionID && request.attentionVersion, RuntimeFailure::invalidRequest);
+  state_.attention.markRead(*request.attentionID, *request.attentionVersion, state_.clock.date());
+  response.attention = state_.attention.activeItems();
 }
 
 void RequestDispatch::readEvents(const TerminalRuntimeRequest& request,
@@ -192,9 +199,14 @@ void RequestDispatch::performSessionAction(const TerminalRuntimeRequest& request
     case Action::renewControl:
     case Action::releaseControl:
       return session.updateControl(request);
+    case Action::bindAgent:
+      bindAgent(request, session, response);
+      break;
+    case Action::reportAgent:
+      reportAgent(request, session);
+      break;
     case Action::getAgentState:
-      response.attention.emplace();
-      return;
+      break;
     case Action::configureReminders:
       require(request.reminderPolicy.has_value(), RuntimeFailure::invalidRequest);
       return session.configureReminders(*request.reminderPolicy);
@@ -208,11 +220,25 @@ void RequestDispatch::performSessionAction(const TerminalRuntimeRequest& request
     case Action::diagnostics:
     case Action::close:
     case Action::restartExited:
-    case Action::bindAgent:
-    case Action::reportAgent:
-      break;
+      throw Failure(RuntimeFailure::invalidRequest);
   }
-  throw Failure(RuntimeFailure::invalidRequest);
+  // The agent's own actions also tell what the person was asked.
+  response.attention = state_.attention.activeItems(session.id());
+}
+
+void RequestDispatch::bindAgent(const TerminalRuntimeRequest& request, RuntimeSession& session,
+                                TerminalRuntimeResponse& response) const {
+  if (!session.running() || !request.agentKind) throw Failure(TerminalAgentReportError::unavailable);
+  session.updateAgent([&](TerminalAgentMonitor& monitor) {
+    response.agentGrant = monitor.bind(*request.agentKind, request.commandID, state_.clock.date());
+  });
+}
+
+void RequestDispatch::reportAgent(const TerminalRuntimeRequest& request, RuntimeSession& session) const {
+  if (!session.running()) throw Failure(TerminalAgentReportError::unavailable);
+  if (!request.agentReport) throw Failure(TerminalAgentReportError::invalidState);
+  session.updateAgent(
+      [&](TerminalAgentMonitor& monitor) { monitor.report(*request.agentReport, state_.clock.date()); });
 }
 
 void RequestDispatch::inspectInput(const RuntimeSession& session, TerminalRuntimeResponse& response) const {
@@ -242,7 +268,7 @@ void RequestDispatch::restartExited(const TerminalRuntimeRequest& request, Runti
       !state_.shutdownRequested && !session.running() && !session.control().owner() && request.launch;
   require(allowed, RuntimeFailure::invalidRequest);
   const Uuid id = session.id();
-  auto successor = std::make_unique<RuntimeSession>(id, *request.launch, state_.events, state_.clock);
+  auto successor = std::make_unique<RuntimeSession>(id, *request.launch, state_.surroundings());
   session.close();
   state_.events.publish(id, TerminalSessionEventKind::closed, state_.clock.date());
   std::unique_ptr<RuntimeSession>& place = state_.sessions.at(id);

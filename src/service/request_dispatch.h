@@ -27,10 +27,14 @@ class RequestDispatch {
 
   void create(const TerminalRuntimeRequest& request, TerminalRuntimeResponse& response);
   void list(TerminalRuntimeResponse& response) const;
+  void acknowledgeAttention(const TerminalRuntimeRequest& request, TerminalRuntimeResponse& response);
   void readEvents(const TerminalRuntimeRequest& request, TerminalRuntimeResponse& response) const;
   void shutdownIfEmpty();
   void diagnostics(TerminalRuntimeResponse& response) const;
   void inspectInput(const RuntimeSession& session, TerminalRuntimeResponse& response) const;
+  void bindAgent(const TerminalRuntimeRequest& request, RuntimeSession& session,
+                 TerminalRuntimeResponse& response) const;
+  void reportAgent(const TerminalRuntimeRequest& request, RuntimeSession& session) const;
   void close(const TerminalRuntimeRequest& request, RuntimeSession& session,
              TerminalRuntimeResponse& response);
   void restartExited(const TerminalRuntimeRequest& request, RuntimeSession& session,

@@ -25,6 +25,9 @@ struct OutputSubscription {
   std::optional<Date> controlExpiresAt;
   Uptime publishedAt;
   std::vector<TerminalAttentionItem> attention;
+  // Where agent and items stood when they were last compared: equal numbers spare the comparison.
+  std::optional<std::uint64_t> agentEvidence;
+  std::optional<std::uint64_t> attentionRevision;
 };
 
 // One connection: received bytes that are not yet requests, frames that are not yet written, and the

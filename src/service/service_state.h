@@ -9,6 +9,7 @@
 
 #include "base/time.h"
 #include "base/uuid.h"
+#include "events/attention_store.h"
 #include "events/event_log.h"
 #include "protocol/runtime_response.h"
 #include "service/runtime_socket.h"
@@ -34,11 +35,16 @@ struct RuntimeServiceState {
     return found == sessions.end() ? nullptr : found->second.get();
   }
 
+  RuntimeSession::Surroundings surroundings() {
+    return {socket.root() + "/native-tools", events, attention, clock};
+  }
+
   const Clock& clock;
   // Identifies this run of the service to its clients.
   const Uuid epoch = Uuid::random();
   RuntimeSocket socket;
   TerminalSessionEventStore events{epoch};
+  TerminalAttentionStore attention{events, clock};
   // At most maximumSessions together with the retired children.
   std::map<Uuid, std::unique_ptr<RuntimeSession>> sessions;
   std::vector<RetiredChild> retired;

@@ -1,5 +1,7 @@
 #include "service/subscriptions.h"
 
+#include <utility>
+
 #include "protocol/limits.h"
 #include "service/output_filling.h"
 
@@ -15,11 +17,26 @@ TerminalRuntimeResponse emptyPush(const OutputSubscription& subscription, const 
   return push;
 }
 
-bool hasNews(const OutputSubscription& sent, const RuntimeSession& session, Uptime now) {
+bool hasAgentNews(OutputSubscription& sent, const TerminalAgentMonitor& monitor) {
+  if (std::exchange(sent.agentEvidence, monitor.revision().evidence) == monitor.revision().evidence)
+    return false;
+  return !TerminalAgentSnapshot::sameEvidence(monitor.snapshot(), sent.agent);
+}
+
+bool hasAttentionNews(OutputSubscription& sent, const TerminalAttentionStore& attention) {
+  const std::uint64_t revision = attention.revision(sent.sessionID);
+  if (std::exchange(sent.attentionRevision, revision) == revision) return false;
+  return attention.activeItems(sent.sessionID) != sent.attention;
+}
+
+// Also notes how far the subscriber's knowledge was compared.
+bool hasNews(OutputSubscription& sent, const RuntimeServiceState& state, const RuntimeSession& session,
+             Uptime now) {
   return sent.cursor != session.journal().cursor() || sent.running != session.running() ||
          sent.controlEpoch != session.control().epoch() ||
          sent.controlExpiresAt != session.control().expiresAt() ||
-         now - sent.publishedAt >= TerminalRuntimeLimits::subscriptionHeartbeat;
+         now - sent.publishedAt >= TerminalRuntimeLimits::subscriptionHeartbeat ||
+         hasAgentNews(sent, session.agentMonitor()) || hasAttentionNews(sent, state.attention);
 }
 
 // Notes what the subscriber knows after this response.
@@ -56,7 +73,7 @@ void publishSubscription(RuntimeClient& client, const RuntimeServiceState& state
     client.subscription.reset();
     return;
   }
-  if (!hasNews(subscription, *session, now)) return;
+  if (!hasNews(subscription, state, *session, now)) return;
 
   TerminalRuntimeResponse push = emptyPush(subscription, state);
   try {

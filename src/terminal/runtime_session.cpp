@@ -4,6 +4,9 @@
 #include <signal.h>
 #include <unistd.h>
 
+#include <algorithm>
+#include <map>
+
 #include "base/fatal.h"
 #include "base/system_log.h"
 #include "protocol/runtime_failure.h"
@@ -22,17 +25,22 @@ TerminalReminderPolicy checked(const TerminalReminderPolicy& policy) {
 }  // namespace
 
 RuntimeSession::RuntimeSession(const Uuid& id, const TerminalRuntimeLaunch& launch,
-                               TerminalSessionEventStore& events, const Clock& clock)
+                               const Surroundings& surroundings)
     : id_(id),
-      events_(events),
-      clock_(clock),
+      events_(surroundings.events),
+      attention_(surroundings.attention),
+      clock_(surroundings.clock),
       directory_(launch.directory),
       reminderPolicy_(checked(launch.reminderPolicy.value_or(TerminalReminderPolicy{}))),
       journal_(TerminalRuntimeOutputJournal::defaultCapacity, Uuid::random()),
       columns_(launch.columns),
       rows_(launch.rows) {
   validateLaunch(launch);
-  const LaunchedChild child = launchChild(launch, launch.environment);
+  const std::string context = nativeAgentContext_.prepare(id_, surroundings.nativeRoot);
+  std::map<std::string, std::string> environment = launch.environment;
+  environment["VELOTIDE_AGENT_CONTEXT"] = context;
+  environment["ARVEN_AGENT_CONTEXT"] = context;  // the name that older integrations read
+  const LaunchedChild child = launchChild(launch, environment);
   pid_ = child.pid;
   terminal_ = FileDescriptor(child.master);
 }
@@ -52,9 +60,13 @@ TerminalRuntimeSessionInfo RuntimeSession::info() const {
   info.outputOffset = journal_.endOffset();
   info.controlOwner = control_.owner();
   info.nextInputSequence = control_.nextInputSequence();
+  info.agent = agentMonitor_.snapshot();
   info.controlExpiresAt = control_.expiresAt();
   info.outputRevision = outputRevision_;
-  info.commands.emplace();
+  const auto& commands = commandLedger_.commands();
+  const std::size_t projected =
+      std::min(commands.size(), TerminalRuntimeCommandLedger::maximumProjectedCommands);
+  info.commands.emplace(commands.end() - static_cast<std::ptrdiff_t>(projected), commands.end());
   info.reminderPolicy = reminderPolicy_;
   return info;
 }
@@ -71,6 +83,9 @@ std::optional<bool> RuntimeSession::echoes() const {
 }
 
 void RuntimeSession::refresh() {
+  if (agentMonitor_.snapshot()) {
+    updateAgent([this](TerminalAgentMonitor& monitor) { monitor.expire(clock_.date()); });
+  }
   if (control_.hasLapsed(clock_.uptime())) releaseControl();
   if (!running()) return;
   std::int32_t status = 0;
@@ -86,24 +101,42 @@ void RuntimeSession::childExited(std::int32_t status) {
     systemLog(std::string("Velotide runtime final output drain failed: ") + failure.what());
   }
   noteExit(status);
-  events_.publish(id_, TerminalSessionEventKind::processExited, clock_.date());
+  endAgent(TerminalAgentMonitor::Closing::no);
+  events_.publish(id_, TerminalSessionEventKind::processExited, clock_.date(),
+                  {.agent = agentMonitor_.snapshot()});
+  recordProcessExit(status);
+  nativeAgentContext_.invalidate();
 }
 
-// Somebody else reaped the child: its end is known, its status is not, and nothing is announced.
-void RuntimeSession::childVanished() { noteExit(-1); }
+// Somebody else reaped the child: its end is known, its status is not. No event announces it, and the context
+// descriptor stays until the session closes.
+void RuntimeSession::childVanished() {
+  noteExit(-1);
+  recordProcessExit(std::nullopt);
+}
 
 void RuntimeSession::noteExit(std::int32_t status) {
   exitStatus_ = status;
   pendingInput_.clear();
   changed();
+  if (!terminal_.isOpen()) finishCommand();
   if (control_.owner()) releaseControl();
+}
+
+void RuntimeSession::endAgent(TerminalAgentMonitor::Closing closing) {
+  updateAgent([&](TerminalAgentMonitor& monitor) {
+    monitor.exit(TerminalAgentReason::processExited, clock_.date(), closing);
+  });
 }
 
 void RuntimeSession::close() {
   refresh();
+  finishCommand();
   if (running()) ::kill(pid_, SIGHUP);
   terminal_.close();
   pendingInput_.clear();
+  nativeAgentContext_.invalidate();
+  endAgent(TerminalAgentMonitor::Closing::yes);
 }
 
 void RuntimeSession::configureReminders(const TerminalReminderPolicy& policy) {

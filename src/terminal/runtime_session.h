@@ -4,11 +4,16 @@
 #include <optional>
 #include <string>
 
+#include "agents/agent_monitor.h"
+#include "agents/native_agent_context.h"
 #include "base/byte_queue.h"
 #include "base/file_descriptor.h"
 #include "base/time.h"
 #include "base/uuid.h"
+#include "commands/bell_parser.h"
+#include "commands/command_ledger.h"
 #include "commands/reminder_policy.h"
+#include "events/attention_store.h"
 #include "events/event_log.h"
 #include "protocol/runtime_request.h"
 #include "protocol/session_records.h"
@@ -19,14 +24,23 @@ namespace velotide {
 
 // One hosted terminal: a child on a pseudo-terminal, the journal of what it printed, and the rules by which
 // several parties may type into it. The loop drives it: `refresh` every turn, `readOutput` when the terminal
-// is readable, `flushInput` when it takes bytes and input is pending. It owns its terminal and child and
-// publishes what happens to the event log. Bounded: 1 MiB of output, 128 KiB of pending input.
+// is readable, `flushInput` when it takes bytes and input is pending. It owns its terminal and child, follows
+// the commands and the agent in it, publishes what happens to the event log and leaves notices in the
+// attention store. Bounded: 1 MiB of output, 128 KiB of pending input, what the trackers keep.
 class RuntimeSession {
  public:
-  // Starts the child. `events` and `clock` must outlive the session. Throws Failure<RuntimeFailure>; nothing
-  // is left running then.
-  RuntimeSession(const Uuid& id, const TerminalRuntimeLaunch& launch, TerminalSessionEventStore& events,
-                 const Clock& clock);
+  // What the sessions of a service share; must outlive them.
+  struct Surroundings {
+    // Of the mailbox that programs inside a session find through their context descriptor.
+    std::string nativeRoot;
+    TerminalSessionEventStore& events;
+    TerminalAttentionStore& attention;
+    const Clock& clock;
+  };
+
+  // Starts the child. Throws Failure<RuntimeFailure>, or SystemFailure when the context descriptor cannot be
+  // written; nothing is left running or on disk then.
+  RuntimeSession(const Uuid& id, const TerminalRuntimeLaunch& launch, const Surroundings& surroundings);
   RuntimeSession(const RuntimeSession&) = delete;
   RuntimeSession& operator=(const RuntimeSession&) = delete;
 
@@ -37,6 +51,9 @@ class RuntimeSession {
   bool running() const { return !exitStatus_.has_value(); }
   const TerminalRuntimeOutputJournal& journal() const { return journal_; }
   const ControlLease& control() const { return control_; }
+  const TerminalAgentMonitor& agentMonitor() const { return agentMonitor_; }
+  const TerminalNativeAgentContext& nativeAgentContext() const { return nativeAgentContext_; }
+  const TerminalRuntimeCommandLedger& commandLedger() const { return commandLedger_; }
   bool hasPendingInput() const { return !pendingInput_.empty(); }
   TerminalRuntimeSessionInfo info() const;
 
@@ -53,6 +70,14 @@ class RuntimeSession {
   void close();
   // Moves what the terminal holds into the journal, a bounded amount a call. Throws what the journal throws.
   void readOutput();
+
+  // Applies one change to the agent monitor and announces what came of it. Throws what the change throws.
+  template <typename Change>
+  void updateAgent(Change change) {
+    const TerminalAgentMonitor::Revision before = agentMonitor_.revision();
+    change(agentMonitor_);
+    announceAgent(before);
+  }
 
   // Checks that the request speaks of this output generation and, if asked, of this control epoch.
   // Throws generationChanged or controlChanged.
@@ -75,9 +100,17 @@ class RuntimeSession {
 
   ReadOutcome readChunk();
   void acceptOutput(ByteView chunk);
+  void acceptBells(ByteView chunk);
+  void finishCommand();
+  void publishCommand(const TerminalRuntimeCommandInfo& command);
+  void recordCommandReminder(const TerminalRuntimeCommandInfo& command);
+  void recordProcessExit(std::optional<std::int32_t> status);
+  bool hasSemanticItem() const;
+  void announceAgent(const TerminalAgentMonitor::Revision& before);
   void childExited(std::int32_t status);
   void childVanished();
   void noteExit(std::int32_t status);
+  void endAgent(TerminalAgentMonitor::Closing closing);
   void checkInput(const TerminalRuntimeRequest& request) const;
   void checkExpectations(const TerminalRuntimeRequest& request) const;
   void releaseControl();
@@ -85,6 +118,7 @@ class RuntimeSession {
 
   const Uuid id_;
   TerminalSessionEventStore& events_;
+  TerminalAttentionStore& attention_;
   const Clock& clock_;
   const std::string directory_;
   TerminalReminderPolicy reminderPolicy_;
@@ -96,6 +130,10 @@ class RuntimeSession {
   FileDescriptor terminal_;
   std::optional<std::int32_t> exitStatus_;
   ByteQueue pendingInput_;
+  TerminalNativeAgentContext nativeAgentContext_;
+  TerminalAgentMonitor agentMonitor_;
+  TerminalRuntimeCommandLedger commandLedger_;
+  TerminalBellParser bellParser_;
   std::uint64_t revision_ = 1;
   std::int64_t outputRevision_ = 0;
 };

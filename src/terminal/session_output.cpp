@@ -26,6 +26,7 @@ void RuntimeSession::readOutput() {
         return;
       case ReadOutcome::end:
         terminal_.close();
+        if (!running()) finishCommand();
         return;
     }
   }
@@ -42,7 +43,13 @@ RuntimeSession::ReadOutcome RuntimeSession::readChunk() {
 }
 
 void RuntimeSession::acceptOutput(ByteView chunk) {
+  const std::uint64_t start = journal_.endOffset();
   journal_.append(chunk);
+  acceptBells(chunk);
+  for (const TerminalRuntimeCommandInfo& command :
+       commandLedger_.accept(chunk, start, journal_.generation(), clock_.date())) {
+    publishCommand(command);
+  }
   changed();
   increment(outputRevision_);
   events_.publish(id_, TerminalSessionEventKind::outputChanged, clock_.date(), {.revision = outputRevision_});

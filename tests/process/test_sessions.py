@@ -277,7 +277,6 @@ class Subscriptions(RuntimeCase):
 
 
 class AgentContext(RuntimeCase):
-    @unittest.skip("enable together with the agent-context descriptor")
     def test_both_context_variables_replace_what_the_client_gave(self):
         given = {"VELOTIDE_AGENT_CONTEXT": "mine", "ARVEN_AGENT_CONTEXT": "mine", "W": ""}
         session = self.client.create("/usr/bin/env; exec sleep 30", environment=given)
