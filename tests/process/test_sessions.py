@@ -155,7 +155,8 @@ class Input(RuntimeCase):
         self.assertEqual(3, session.info["nextInputSequence"])
 
     def test_the_lease_keeps_people_and_other_owners_out_until_released(self):
-        session, owner = self.client.create("exec sleep 30"), "~ " * 64
+        session, owner = self.client.create("stty -echo; printf R; exec sleep 30"), "~ " * 64
+        session.expect(b"R")
         free = session.info["controlEpoch"]
         self.refuse_all(session, [("invalid_request", "acquireControl", {"owner": wrong})
                                   for wrong in (None, "", "x" * 129, "a\tb", "é", "\x7f")]
