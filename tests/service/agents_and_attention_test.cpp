@@ -1,0 +1,171 @@
+#include <gtest/gtest.h>
+
+#include <filesystem>
+
+#include "base/record.h"
+#include "support/stepped_service.h"
+
+namespace velotide {
+namespace {
+
+using Action = TerminalRuntimeAction;
+using Activity = TerminalAgentActivity;
+
+class AgentsAndAttention : public testing::Test {
+ protected:
+  TerminalRuntimeResponse create(const std::string& script, const std::string& directory = "/") {
+    TerminalRuntimeRequest request = client.make(Action::create);
+    request.launch.emplace();
+    request.launch->executable = "/bin/sh";
+    request.launch->arguments = {"-c", script};
+    request.launch->environment = {{"PATH", "/usr/bin:/bin"}};
+    request.launch->directory = directory;
+    request.launch->reminderPolicy = TerminalReminderPolicy{.processExits = true};
+    TerminalRuntimeResponse response = client.request(request);
+    if (response.session) session = *response.session;
+    return response;
+  }
+  void pressReturn() {
+    TerminalRuntimeRequest input = make(Action::input);
+    input.source = TerminalRuntimeInputSource::human;
+    input.inputSequence = 1;
+    input.data.emplace(Bytes{'\n'});
+    EXPECT_TRUE(client.request(input).ok);
+  }
+  TerminalRuntimeRequest make(Action action) const {
+    TerminalRuntimeRequest request = client.make(action);
+    request.sessionID = session.id;
+    request.generation = session.generation;
+    request.controlEpoch = session.controlEpoch;
+    return request;
+  }
+  TerminalRuntimeResponse ask(Action action) { return client.request(make(action)); }
+  void bind() {
+    TerminalRuntimeRequest request = make(Action::bindAgent);
+    request.agentKind = TerminalAgentKind::codex;
+    grant = client.request(request).agentGrant.value();
+  }
+  TerminalRuntimeRequest makeReport(Activity activity, std::optional<TerminalAgentBlockReason> block = {}) {
+    TerminalRuntimeRequest request = make(Action::reportAgent);
+    request.agentReport = {grant.instanceID, grant.runID, grant.token, ++sequence, activity, block, {}, {}};
+    return request;
+  }
+  // "kind vVERSION" of each item, with "*" when it is stale.
+  static std::string textOf(const TerminalRuntimeResponse& response) {
+    if (!response.attention) return response.error.value_or("absent");
+    std::string text;
+    for (const auto& item : *response.attention)
+      text += (text.empty() ? "" : ", ") + std::string(rawWord(item.kind)) + " v" +
+              std::to_string(item.version) + (item.isStale ? "*" : "");
+    return text;
+  }
+  TerminalRuntimeResponse acknowledge(const TerminalAttentionItem& item) {
+    TerminalRuntimeRequest request = client.make(Action::acknowledgeAttention);
+    request.attentionID = item.id;
+    request.attentionVersion = item.version;
+    return client.request(request);
+  }
+  void subscribe() { EXPECT_TRUE(watcher.request(make(Action::subscribe)).ok); }
+  std::string pushed() {
+    service.turn();
+    const std::optional<TerminalRuntimeResponse> push = watcher.take();
+    return push ? textOf(*push) : "nothing";
+  }
+  // The kinds of the events since the last call.
+  std::string events() {
+    TerminalRuntimeRequest request = client.make(Action::readEvents);
+    request.eventAfter = eventHead;
+    const TerminalRuntimeResponse response = client.request(request);
+    eventHead = response.eventHead;
+    std::string text;
+    for (const auto& event : response.events->events) text += std::string(rawWord(event.kind)) + " ";
+    return text;
+  }
+
+  SteppedService service;
+  SteppedClient client{service};
+  SteppedClient watcher{service};
+  TerminalRuntimeSessionInfo session;
+  TerminalAgentGrant grant;
+  std::uint64_t sequence = 0;
+  std::optional<TerminalEventCursor> eventHead;
+};
+
+TEST_F(AgentsAndAttention, AReportReachesTheSubscriberInOneTurn) {
+  create("exec sleep 30");
+  bind();
+  subscribe();
+  events();
+  client.send(makeReport(Activity::blocked, TerminalAgentBlockReason::approval));
+  EXPECT_EQ(pushed(), "approval v1");
+  EXPECT_EQ(textOf(client.take().value()), "approval v1");
+  EXPECT_EQ(events(), "agentChanged attentionCreated ");
+
+  // What changes nothing but the times is a new revision and no news.
+  const TerminalRuntimeResponse before = ask(Action::getAgentState);
+  const TerminalRuntimeResponse again =
+      client.request(makeReport(Activity::blocked, TerminalAgentBlockReason::approval));
+  EXPECT_EQ(again.session->revision, before.session->revision + 1);
+  EXPECT_EQ(events() + pushed(), "nothing");
+
+  EXPECT_EQ(textOf(acknowledge(before.attention->front())), "approval v2");
+  EXPECT_EQ(pushed(), "approval v2");
+  EXPECT_EQ(textOf(acknowledge(before.attention->front())), "staleVersion");
+  service.clock.advance(120);
+  EXPECT_EQ(pushed(), "approval v3*");
+  client.connect();
+  EXPECT_EQ(textOf(client.request(makeReport(Activity::working))), "");
+  EXPECT_EQ(pushed(), "");
+  EXPECT_EQ(events(), "attentionUpdated agentChanged attentionUpdated agentChanged attentionResolved ");
+  EXPECT_EQ(pushed(), "nothing");
+}
+
+TEST_F(AgentsAndAttention, TheEndOfTheChildEndsItsAgentAndItsDescriptor) {
+  create("read line");
+  bind();
+  const std::filesystem::path contexts = service.root() + "/native-tools/native-agent-contexts";
+  EXPECT_FALSE(std::filesystem::is_empty(contexts));
+  events();
+  pressReturn();
+  service.turnUntil([&] { return !ask(Action::getAgentState).session->running; });
+  EXPECT_TRUE(std::filesystem::is_empty(contexts));
+  EXPECT_EQ(ask(Action::getAgentState).session->agent->activity, Activity::exited);
+  EXPECT_EQ(client.request(makeReport(Activity::working)).error, "unavailable");
+  EXPECT_EQ(textOf(ask(Action::listAttention)), "processExited v1");
+  EXPECT_TRUE(events().ends_with("agentChanged processExited attentionCreated "));
+  EXPECT_TRUE(client.request(make(Action::close)).ok);
+  EXPECT_EQ(events(), "closed attentionResolved ");
+}
+
+TEST_F(AgentsAndAttention, CommandsAndBellsLeaveReminders) {
+  const std::string mark = "\\033]777;Velotide;";
+  create("printf '" + mark + "start=6d616b65\\007'; read go; printf '\\007\\007" + mark +
+         "end=2\\007'; exec sleep 30");
+  service.turnUntil([&] { return ask(Action::getAgentState).session->commands->size() == 1; });
+  service.clock.advance(5);
+  events();
+  pressReturn();
+  service.turnUntil([&] { return textOf(ask(Action::listAttention)) == "bell v1, commandFailed v1"; });
+  const TerminalRuntimeResponse listed = ask(Action::listAttention);
+  EXPECT_EQ(listed.attention->front().terminal->occurrences, 2);
+  EXPECT_EQ(listed.attention->front().terminal->eventID, session.generation);
+  EXPECT_EQ(listed.attention->back().terminal->exitCode, 2);
+  EXPECT_EQ(listed.attention->back().terminal->commandID,
+            ask(Action::getAgentState).session->commands->front().id);
+  EXPECT_TRUE(events().ends_with("attentionCreated commandFinished attentionCreated outputChanged "));
+  EXPECT_EQ(textOf(acknowledge(listed.attention->front())), "commandFailed v1");
+}
+
+TEST_F(AgentsAndAttention, ALoosenedDescriptorDirectoryRefusesTheSession) {
+  const std::string contexts = service.root() + "/native-tools/native-agent-contexts";
+  std::filesystem::create_directories(contexts);
+  std::filesystem::permissions(contexts, std::filesystem::perms(0750));
+  EXPECT_EQ(create("exec sleep 30").error, "runtime_error");
+  EXPECT_TRUE(client.request(client.make(Action::list)).sessions->empty());
+  std::filesystem::permissions(contexts, std::filesystem::perms(0700));
+  EXPECT_EQ(create("exec sleep 30", "/missing").error, "process_launch_failed");
+  EXPECT_TRUE(std::filesystem::is_empty(contexts));
+}
+
+}  // namespace
+}  // namespace velotide

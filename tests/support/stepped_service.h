@@ -1,0 +1,113 @@
+#pragma once
+
+#include <sys/socket.h>
+
+#include <chrono>
+#include <deque>
+#include <fstream>
+#include <stdexcept>
+#include <string>
+#include <utility>
+
+#include "base/platform.h"
+#include "protocol/transport_frame.h"
+#include "service/runtime_server.h"
+#include "support/manual_clock.h"
+#include "support/temporary_directory.h"
+
+namespace velotide {
+
+// The service in this process: the test turns its loop and moves its clock.
+class SteppedService {
+ public:
+  void turn() { server_.turn(0); }
+  // Turns until the condition holds; throws after seconds of the real time.
+  void turnUntil(auto condition) {
+    const auto deadline = std::chrono::steady_clock::now() + std::chrono::seconds(20);
+    while (!condition()) {
+      if (std::chrono::steady_clock::now() > deadline) throw std::runtime_error("turned in vain");
+      server_.turn(5);
+    }
+  }
+  std::string capability() const {
+    std::string token;
+    std::ifstream(root() + "/ui-capability") >> token;
+    return token;
+  }
+  std::string root() const { return directory_.path() + "/root"; }
+
+  ManualClock clock;
+
+ private:
+  TemporaryDirectory directory_;
+  RuntimeServer server_{root(), clock};
+};
+
+// One connection to it. Requests go through the socket; nothing is read unless asked.
+class SteppedClient {
+ public:
+  explicit SteppedClient(SteppedService& service) : service_(service) { connect(); }
+
+  // Anew, where the service dropped the connection.
+  void connect() {
+    socket_ = FileDescriptor(::socket(AF_UNIX, SOCK_STREAM, 0));
+    if (platform::connectLocal(socket_.get(), service_.root() + "/runtime.sock") != 0)
+      throw std::runtime_error("cannot connect");
+    platform::suppressBrokenPipeSignal(socket_.get());
+    service_.turn();
+  }
+
+  TerminalRuntimeRequest make(TerminalRuntimeAction action) const {
+    TerminalRuntimeRequest request = TerminalRuntimeRequest::make(action);
+    request.capability = service_.capability();
+    return request;
+  }
+  void send(const TerminalRuntimeRequest& request) {
+    ByteQueue frame;
+    encodedTransportFrame(request, frame);
+    platform::sendQuietly(socket_.get(), frame.view());
+  }
+  // The answer; pushes that come before it wait for takePush.
+  TerminalRuntimeResponse request(const TerminalRuntimeRequest& request) {
+    send(request);
+    std::optional<TerminalRuntimeResponse> answer;
+    service_.turnUntil([&] {
+      while (!answer && receive()) {
+        if (received_.back().id != request.id) continue;
+        answer = std::move(received_.back());
+        received_.pop_back();
+      }
+      return answer.has_value();
+    });
+    return *answer;
+  }
+  // What has arrived by now and was not taken yet.
+  std::optional<TerminalRuntimeResponse> take() {
+    while (receive()) {
+    }
+    if (received_.empty()) return std::nullopt;
+    TerminalRuntimeResponse first = std::move(received_.front());
+    received_.pop_front();
+    return first;
+  }
+
+ private:
+  bool receive() {
+    const auto room = incoming_.reserve(65536);
+    const ssize_t count = ::recv(socket_.get(), room.data(), room.size(), MSG_DONTWAIT);
+    if (count > 0) incoming_.commit(static_cast<std::size_t>(count));
+    const std::size_t length = incoming_.text().find('\n');
+    if (length == std::string_view::npos) return false;
+    received_.push_back(decodeResponse(document_, incoming_.mutableText().first(length)).value());
+    incoming_.consume(length + 1);
+    return true;
+  }
+
+  SteppedService& service_;
+  FileDescriptor socket_;
+  JsonDocument document_;
+  ByteQueue incoming_;
+  std::deque<TerminalRuntimeResponse> received_;
+};
+
+}  // namespace velotide
