@@ -18,7 +18,13 @@ if [[ $- != *i* || -z ${VELOTIDE_AGENT_CONTEXT-} || ! -t 1 ]] ||
   return 0
 fi
 
-# Nothing of this belongs into the environment of other programs.
+# The user's aliases are no part of what follows, and its functions do not belong
+# into the environment of other programs.
+__velotide_aliases=
+if shopt -q expand_aliases; then
+  __velotide_aliases=1
+  shopt -u expand_aliases
+fi
 __velotide_exports=
 if [[ $- == *a* ]]; then
   __velotide_exports=1
@@ -37,12 +43,13 @@ __velotide_uses_ps0=
 __velotide_watches=1   # the DEBUG trap is wanted
 __velotide_repeats=    # a line missing in the history can be the one before it again
 __velotide_hides=1     # it can be any other
-__velotide_history=
+__velotide_history=   # the newest entry when the prompt was shown
 __velotide_directory=
 __velotide_here=
 __velotide_user_trap=-
 __velotide_then=:
 __velotide_last_argument=
+__velotide_reply=
 
 # Names of hooks. The last function's name is also a number, see PS0 below.
 __velotide_prompt_ends=0
@@ -60,11 +67,15 @@ if ((__velotide_version >= 501)); then
   __velotide_ps0+='${__velotide_none:$((${PROMPT_COMMAND[99]:=__velotide_prompt_ends})):0}'
 fi
 
-# The bytes of a text as hexadecimal digits. Changes the locale: for use in a
-# command substitution only, like all that print here.
+# What follows answers in __velotide_reply where it can, because every command
+# substitution is another process.
+
+# The bytes of a text as hexadecimal digits. Changes the locale, so it is called
+# in command substitutions only.
 __velotide_hex() {
   LC_ALL=C
-  local text=$1 hex= chunk digits i bytes
+  local text=$1 chunk digits i bytes
+  __velotide_reply=
   while [[ -n $text ]]; do
     chunk=${text:0:256}
     text=${text:256}
@@ -74,28 +85,31 @@ __velotide_hex() {
     done
     builtin printf -v digits '%02x' "${bytes[@]}"
     # Old versions take a byte above 127 for a negative number.
-    hex+=${digits//ffffffffffffff/}
+    __velotide_reply+=${digits//ffffffffffffff/}
   done
-  builtin printf %s "$hex"
 }
 
-# A command's text, cut so that its mark stays below 32,768 bytes, and made
-# UTF-8 where it was not, because a mark that is not would be dropped.
+# The same for a command's text, cut so that its mark stays below 32,768 bytes,
+# and made UTF-8 where it was not, because a mark that is not would be dropped.
 __velotide_text_hex() {
   LC_ALL=C
-  local text=$1 hex limit=16000 tail='[89ab].'
+  local text=$1 limit=16000 tail='[89ab].' valid
   if ((${#text} > limit)); then
     text=${text:0:limit}
     while [[ $text == *[$'\x80'-$'\xbf'] ]]; do text=${text%?}; done
     text=${text%[$'\xc0'-$'\xff']}
   fi
-  hex=$(__velotide_hex "$text")
+  __velotide_hex "$text"
   if [[ $text == *[$'\x80'-$'\xff']* ]]; then
-    local valid="^([0-7].|(c[2-9a-f]|d.)$tail|(e0[ab].|ed[89].|e[1-9abcef]$tail)$tail"
+    valid="^([0-7].|(c[2-9a-f]|d.)$tail|(e0[ab].|ed[89].|e[1-9abcef]$tail)$tail"
     valid+="|(f0[9ab].|f[1-3]$tail|f48.)$tail$tail)*\$"
-    [[ $hex =~ $valid ]] || hex=$(__velotide_hex "${text//[$'\x80'-$'\xff']/?}")
+    [[ $__velotide_reply =~ $valid ]] || __velotide_hex "${text//[$'\x80'-$'\xff']/?}"
   fi
-  builtin printf %s "$hex"
+}
+
+__velotide_print_hex() {
+  __velotide_hex "$1"
+  builtin printf %s "$__velotide_reply"
 }
 
 # Sets the marks for shell and place, when the place is another one than before.
@@ -103,13 +117,14 @@ __velotide_look_around() {
   if [[ ${PWD-} != "$__velotide_directory" || -z $__velotide_here ]]; then
     __velotide_directory=${PWD-}
     builtin printf -v __velotide_here '\033]777;Velotide;%s\033\\' shell=bash \
-      "context=$(__velotide_hex "$__velotide_directory"),$__velotide_fixed_context"
+      "context=$(__velotide_print_hex "$__velotide_directory"),$__velotide_fixed_context"
   fi
 }
 
 __velotide_start_mark() {
   __velotide_look_around
-  builtin printf '%s\033]777;Velotide;start=%s\033\\' "$__velotide_here" "$(__velotide_text_hex "$1")"
+  __velotide_text_hex "$1"
+  builtin printf '%s\033]777;Velotide;start=%s\033\\' "$__velotide_here" "$__velotide_reply"
 }
 
 # To the terminal, also where the line that begins has redirected its output.
@@ -121,73 +136,76 @@ __velotide_print() {
   fi || :
 }
 
-# The text of one entry as the history lists it: number, sign, text.
+# One entry as the history lists it is number, sign and text.
 __velotide_entry_text() {
   local entry=${1#"${1%%[0-9]*}"}
   entry=${entry#"${entry%%[!0-9]*}"}
-  builtin printf %s "${entry:2}"
-}
-
-__velotide_last_entry() {
-  HISTTIMEFORMAT='' builtin history 1
-}
-
-# The line about to run, or nothing where the history does not tell.
-__velotide_recorded() {
-  local entry count line lines=
-  entry=$(__velotide_last_entry)
-  if [[ $entry == "$__velotide_history" ]]; then
-    [[ -z $__velotide_repeats || -n $__velotide_hides ]] || __velotide_entry_text "$entry"
-    return 0
-  fi
-  if shopt -q cmdhist; then
-    __velotide_entry_text "$entry"
-    return 0
-  fi
-  # Without cmdhist each line of a command is an entry of its own.
-  count=$(($(__velotide_entry_number "$entry") - $(__velotide_entry_number "$__velotide_history")))
-  while IFS= read -r line; do
-    lines+=$(__velotide_entry_text "$line")$'\n'
-  done <<<"$(HISTTIMEFORMAT='' builtin history "$((count > 0 ? count : 1))")"
-  builtin printf %s "$lines"
+  __velotide_reply=${entry:2}
 }
 
 __velotide_entry_number() {
   local entry=${1#"${1%%[0-9]*}"}
   entry=${entry%%[!0-9]*}
-  builtin printf %s "${entry:-0}"
+  __velotide_reply=${entry:-0}
 }
 
-# PS0: the start marks of a line that the history recorded.
+__velotide_entries() {
+  HISTTIMEFORMAT='' builtin history "$1"
+}
+
+# The line about to run, or nothing where the history does not tell.
+__velotide_recorded() {
+  local entry count line lines=
+  entry=$(__velotide_entries 1)
+  __velotide_entry_text "$entry"
+  if [[ $entry == "$__velotide_history" ]]; then
+    [[ -n $__velotide_repeats && -z $__velotide_hides ]] || __velotide_reply=
+  elif ! shopt -q cmdhist; then
+    # Each line of a command is an entry of its own.
+    __velotide_entry_number "$entry"
+    count=$__velotide_reply
+    __velotide_entry_number "$__velotide_history"
+    count=$((count > __velotide_reply ? count - __velotide_reply : 1))
+    while IFS= read -r line; do
+      __velotide_entry_text "$line"
+      lines+=$__velotide_reply$'\n'
+    done <<<"$(__velotide_entries "$count")"
+    __velotide_reply=${lines%$'\n'}
+  fi
+}
+
+# PS0: the start marks of a line that the history recorded. Between lines pasted
+# at once no hooks run, so the end of the line before is told here, too.
 __velotide_line() {
-  { set +xe; } 2>/dev/null
-  local text
-  text=$(__velotide_recorded)
-  [[ ! -t 2 || -z $text ]] || __velotide_start_mark "$text"
+  { local status=$?; set +xe; } 2>/dev/null
+  [[ -t 2 ]] || return 0
+  ((__velotide_turn == 0)) || builtin printf '\033]777;Velotide;end=%s\033\\' "$status"
+  __velotide_recorded
+  [[ -z $__velotide_reply ]] || __velotide_start_mark "$__velotide_reply"
 }
 
 # The line about to run, of which only the first simple command is known: the
 # last entry once more if that begins with it and repetitions are left out of
 # the history, otherwise this command alone.
 __velotide_unrecorded() {
-  local first=$1 entry begin word
+  local first=$1 begin word
+  __velotide_reply=$first
   if [[ -n $__velotide_repeats ]]; then
-    entry=$(__velotide_entry_text "$__velotide_history")
-    begin=$entry
+    __velotide_entry_text "$__velotide_history"
+    begin=$__velotide_reply
     for word in if while until time '!' '{' '('; do
       [[ $begin != "$word"[[:space:]]* ]] || begin=${begin#"$word"}
     done
     begin=${begin//[[:space:]]/}
-    [[ -z $entry || $begin != "${first//[[:space:]]/}"* ]] || first=$entry
+    [[ -n $begin && $begin == "${first//[[:space:]]/}"* ]] || __velotide_reply=$first
   fi
-  builtin printf %s "$first"
 }
 
 # DEBUG trap: $1 and $2 are the $? and $_ that the user's own trap has to see.
 # What to do at the level of the trap is left in __velotide_then.
 __velotide_debug() {
   { local traced=; [[ $- != *x* ]] || traced=1; set +x; } 2>/dev/null
-  local give=':' text
+  local give=:
   __velotide_last_argument=$2
   if [[ $__velotide_user_trap != - ]]; then
     # A status other than 0 would end a shell that has errexit set.
@@ -197,9 +215,9 @@ __velotide_debug() {
   __velotide_then=$give
   if __velotide_is_typed "$BASH_COMMAND"; then
     if [[ -z ${__velotide_started[*]-} ]]; then
-      text=$(__velotide_recorded)
-      [[ -n $text ]] || text=$(__velotide_unrecorded "$BASH_COMMAND")
-      __velotide_print "$(__velotide_start_mark "$text")"
+      __velotide_recorded
+      [[ -n $__velotide_reply ]] || __velotide_unrecorded "$BASH_COMMAND"
+      __velotide_print "$(__velotide_start_mark "$__velotide_reply")"
       __velotide_reported=1
     fi
     __velotide_ready=
@@ -212,14 +230,18 @@ __velotide_return() {
   return "$1"
 }
 
-# Whether a command comes from the line, and not from a hook, a completion or a
-# key binding.
+# Whether the DEBUG trap sees a command of the line, and not one of a hook, a
+# completion, a key binding or, where functrace is set, a function.
 __velotide_is_typed() {
-  [[ -n $__velotide_ready && $1 != *__velotide_* && $BASH_SUBSHELL == 0 ]] || return 1
+  [[ -n $__velotide_ready && $1 != *__velotide_* ]] || return 1
+  [[ $BASH_SUBSHELL == 0 && ${#FUNCNAME[@]} == 2 ]] || return 1
   if [[ -n $__velotide_uses_ps0 ]]; then
     ((__velotide_turn > 0)) || return 1
-  elif [[ -n ${COMP_LINE-} || -n ${READLINE_LINE-} ]]; then
-    return 1
+  else
+    [[ -z ${COMP_LINE+set}${READLINE_LINE+set} ]] || return 1
+    # Without a reason to be left out, a line that is not in the history is none.
+    [[ -n $__velotide_hides$__velotide_repeats ||
+      $(__velotide_entries 1) != "$__velotide_history" ]] || return 1
   fi
   __velotide_is_installed || [[ ${PROMPT_COMMAND-} != *"$1"* ]]
 }
@@ -242,23 +264,23 @@ __velotide_missed() {
     return
   fi
   [[ -n $__velotide_ready ]] || return 1
-  entry=$(__velotide_last_entry)
+  entry=$(__velotide_entries 1)
   [[ $entry != "$__velotide_history" ]] || return 1
-  entry=$(__velotide_entry_text "$entry")
+  __velotide_entry_text "$entry"
+  entry=$__velotide_reply
   # Neither a comment, nor a syntax error, nor lines given up with Ctrl-C.
   [[ $entry != '#'* && $1 != "$((BASH_VERSINFO[0] < 5 ? 258 : 2))" ]] || return 1
   [[ $1 != 130 || $entry == '('*')' ]]
 }
 
 __velotide_finish() {
-  local text
   if __velotide_missed "$1"; then
-    text=$(__velotide_recorded)
-    if [[ -z $text && -n $__velotide_repeats ]]; then
-      text=$(__velotide_entry_text "$__velotide_history")
-      [[ $text == '('* ]] || text=
+    __velotide_recorded
+    if [[ -z $__velotide_reply && -n $__velotide_repeats ]]; then
+      __velotide_entry_text "$__velotide_history"
+      [[ $__velotide_reply == '('* ]] || __velotide_reply=
     fi
-    __velotide_print "$(__velotide_start_mark "${text:-(not recorded)}")"
+    __velotide_print "$(__velotide_start_mark "${__velotide_reply:-(not recorded)}")"
     __velotide_reported=1
   fi
   if [[ -n $__velotide_reported || -n ${__velotide_started[*]-} ]]; then
@@ -273,19 +295,16 @@ __velotide_finish() {
 # First of the prompt hooks: what those of the user print is no longer output of
 # the command.
 __velotide_prompt_begins() {
-  local status=$?
-  { local traced=; [[ $- != *x* ]] || traced=1; set +x; } 2>/dev/null
+  { local status=$? traced=; [[ $- != *x* ]] || traced=1; set +x; } 2>/dev/null
   __velotide_finish "$status"
   __velotide_begun=1
-  [[ -z $traced ]] || set -x
   # A status other than 0 would end a shell that has errexit set.
-  [[ $- == *e* ]] || return "$status"
+  { [[ -z $traced ]] || set -x; [[ $- == *e* ]] || return "$status"; } 2>/dev/null
 }
 
 # Last of the prompt hooks: they may have changed directory, history and hooks.
 __velotide_prompt_ends() {
-  local status=$?
-  { local traced=; [[ $- != *x* ]] || traced=1; set +x; } 2>/dev/null
+  { local status=$? traced=; [[ $- != *x* ]] || traced=1; set +x; } 2>/dev/null
   [[ -n $__velotide_begun ]] || __velotide_finish "$status"
   __velotide_begun=
   __velotide_look_around
@@ -297,7 +316,7 @@ __velotide_prompt_ends() {
 }
 
 __velotide_read_history() {
-  __velotide_history=$(__velotide_last_entry)
+  __velotide_history=$(__velotide_entries 1)
   __velotide_repeats=
   __velotide_hides=
   case :${HISTCONTROL-}: in *:ignoredups:* | *:ignoreboth:* | *:erasedups:*) __velotide_repeats=1 ;; esac
@@ -347,14 +366,15 @@ __velotide_install_hooks() {
   local text hooks=()
   if ((__velotide_version >= 501)); then
     for text in "${PROMPT_COMMAND[@]}"; do
-      text=$(__velotide_without_hooks "$text")
-      [[ -z $text ]] || hooks+=("$text")
+      __velotide_without_hooks "$text"
+      [[ -z $__velotide_reply ]] || hooks+=("$__velotide_reply")
     done
     PROMPT_COMMAND=("$__velotide_begin_hook" "${hooks[@]}")
     PROMPT_COMMAND[99]=$__velotide_end_hook
     PROMPT_COMMAND[100]=$__velotide_trap_hook
   else
-    text=$(__velotide_without_hooks "${PROMPT_COMMAND-}")
+    __velotide_without_hooks "${PROMPT_COMMAND-}"
+    text=$__velotide_reply
     PROMPT_COMMAND=$__velotide_begin_hook$'\n'${text:+$text$'\n'}$__velotide_last_hooks
   fi
 }
@@ -370,11 +390,11 @@ __velotide_without_hooks() {
     text=${text%$'\n'}
     text=${text//"$hook"/:}
   done
-  builtin printf %s "$text"
+  __velotide_reply=$text
 }
 
 __velotide_fixed_context=${USER:-${LOGNAME:-$(id -un 2>/dev/null)}}
-__velotide_fixed_context=$(__velotide_hex "$__velotide_fixed_context"),$UID,$(__velotide_hex "${HOSTNAME-}"),$(__velotide_hex bash)
+__velotide_fixed_context=$(__velotide_print_hex "$__velotide_fixed_context"),$UID,$(__velotide_print_hex "${HOSTNAME-}"),$(__velotide_print_hex bash)
 
 # Hooks that were made read-only stay as they are, and the session untracked.
 if ! __velotide_is_readonly PROMPT_COMMAND && ! __velotide_is_readonly PS0; then
@@ -385,4 +405,7 @@ unset VELOTIDE_BASH_INTEGRATION
 if [[ -n $__velotide_exports ]]; then
   set -a
 fi
-unset __velotide_exports
+if [[ -n $__velotide_aliases ]]; then
+  shopt -s expand_aliases
+fi
+unset __velotide_exports __velotide_aliases

@@ -1,6 +1,6 @@
 # Tells a hosting terminal session which command lines run in this fish, where
 # and with what result, by marks that terminals do not display. Made to be
-# sourced, after the user's own start-up files.
+# sourced, after the user's own start-up files, by fish 3.1 and later.
 
 if status is-interactive; and test -n "$VELOTIDE_AGENT_CONTEXT"; and test -t 1
     and not functions -q __velotide_starts
@@ -54,5 +54,7 @@ if status is-interactive; and test -n "$VELOTIDE_AGENT_CONTEXT"; and test -t 1
 
     set -g __velotide_directory ''
     set -g __velotide_directory_hex ''
-    set -g __velotide_fixed_context "$(__velotide_hex "$USER"),$(id -u),$(__velotide_hex "$hostname"),$(__velotide_hex fish)"
+    set -l user (__velotide_hex "$USER")
+    set -l host (__velotide_hex "$hostname")
+    set -g __velotide_fixed_context "$user,"(id -u)",$host,"(__velotide_hex fish)
 end

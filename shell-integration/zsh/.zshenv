@@ -16,6 +16,8 @@ fi
 
 if [[ -o interactive ]]; then
   __velotide_load() {
+    emulate -L zsh
+    trap - DEBUG ZERR
     precmd_functions=("${(@)precmd_functions:#__velotide_load}")
     unfunction __velotide_load
     builtin source "$__velotide_script"
