@@ -36,6 +36,9 @@
 //   enum class Origin { human, machine };
 //   constexpr auto rawWords(Origin) { return std::array{"human", "machine"}; }
 //
+// A field with a default, `visit("limit", self.limit, record::defaulted)`, is always written; when it is
+// absent or null it keeps the value it was initialised with.
+//
 // Decoding is strict: required keys present and of their type, integers whole and in range, enumerations by
 // their raw word, UUIDs and base64 well-formed; unknown keys are skipped. A record has at most 64 fields.
 
@@ -62,8 +65,11 @@ constexpr std::optional<E> fromRawWord(std::string_view word) {
 
 namespace record {
 
+struct Defaulted {};
+inline constexpr Defaulted defaulted;
+
 struct AnyVisitor {
-  void operator()(const char*, auto&) {}
+  void operator()(const char*, auto&, Defaulted = {}) {}
 };
 
 template <typename T>
@@ -121,7 +127,7 @@ struct FieldWriter {
   JsonWriter& out;
 
   template <typename T>
-  void operator()(const char* name, const T& field) {
+  void operator()(const char* name, const T& field, Defaulted = {}) {
     if constexpr (isOptional<T>) {
       if (!field) return;
       out.key(name);
@@ -151,6 +157,12 @@ struct FieldReader {
     }
     bit <<= 1;
   }
+
+  template <typename T>
+  void operator()(const char* name, T& field, Defaulted) {
+    if (!taken && key == name && in.takeNull()) taken = true;
+    (*this)(name, field);
+  }
 };
 
 struct RequiredFields {
@@ -163,6 +175,8 @@ struct RequiredFields {
     if (!isOptional<T> && (seen & bit) == 0) present = false;
     bit <<= 1;
   }
+
+  void operator()(const char*, auto&, Defaulted) { bit <<= 1; }
 };
 
 template <Record T>

@@ -61,12 +61,18 @@ void TerminalSessionEventStore::removeObserver(const Uuid& registration) {
   observers_ = std::move(changed);
 }
 
+std::optional<TerminalEventReadError> TerminalSessionEventStore::readError(
+    const TerminalEventCursor& after) const {
+  if (after.appEpoch != appEpoch_) return TerminalEventReadError::appRestarted;
+  if (after.sequence > sequence_) return TerminalEventReadError::futureCursor;
+  const std::uint64_t held = std::min<std::uint64_t>(sequence_, capacity_);
+  if (after.sequence < sequence_ - held) return TerminalEventReadError::cursorExpired;
+  return std::nullopt;
+}
+
 TerminalEventBatch TerminalSessionEventStore::read(const TerminalEventCursor& after,
                                                    std::int64_t limit) const {
-  if (after.appEpoch != appEpoch_) throw Failure(TerminalEventReadError::appRestarted);
-  if (after.sequence > sequence_) throw Failure(TerminalEventReadError::futureCursor);
-  const std::uint64_t held = std::min<std::uint64_t>(sequence_, capacity_);
-  if (after.sequence < sequence_ - held) throw Failure(TerminalEventReadError::cursorExpired);
+  if (const std::optional<TerminalEventReadError> error = readError(after)) throw Failure(*error);
 
   const std::uint64_t waiting = sequence_ - after.sequence;
   const auto most =
@@ -76,7 +82,7 @@ TerminalEventBatch TerminalSessionEventStore::read(const TerminalEventCursor& af
   batch.hasMore = waiting > most;
   batch.events.reserve(std::min(waiting, most));
   for (std::uint64_t count = std::min(waiting, most); count > 0; --count) {
-    batch.events.push_back(ring_[slotOf(++batch.nextCursor.sequence)]);
+    batch.events.push_back(eventAt(++batch.nextCursor.sequence));
   }
   return batch;
 }

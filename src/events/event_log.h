@@ -53,6 +53,12 @@ class TerminalSessionEventStore {
   void removeObserver(const Uuid& registration);
   std::size_t observerCount() const { return observers_->size(); }
 
+  // What a read after this cursor would fail with; nothing when it would not.
+  std::optional<TerminalEventReadError> readError(const TerminalEventCursor& after) const;
+  // A held event, valid until the next publish: one behind a cursor that can be read, up to `sequence()`.
+  const TerminalSessionEvent& eventAt(std::uint64_t sequence) const { return ring_[slotOf(sequence)]; }
+  std::size_t capacity() const { return capacity_; }
+
   // Events after the cursor, oldest first: at most `limit`, at most the capacity, at least one if any waits.
   // Throws Failure<TerminalEventReadError>.
   TerminalEventBatch read(const TerminalEventCursor& after, std::int64_t limit = 100) const;
