@@ -110,13 +110,11 @@ const TerminalRuntimeCommandLedger::Evidence* TerminalRuntimeCommandLedger::evid
   return nullptr;
 }
 
-std::unordered_map<Uuid, TerminalCommandSnapshot> TerminalRuntimeCommandLedger::snapshots() const {
-  std::unordered_map<Uuid, TerminalCommandSnapshot> snapshots;
-  snapshots.reserve(commands_.size());
-  for (const TerminalRuntimeCommandInfo& command : commands_) {
-    snapshots[command.id] = {command.endedAt.has_value(), command.state};
-  }
-  return snapshots;
+const TerminalRuntimeCommandInfo* TerminalRuntimeCommandLedger::find(const Uuid& commandID) const {
+  const auto found =
+      std::find_if(commands_.rbegin(), commands_.rend(),
+                   [&](const TerminalRuntimeCommandInfo& command) { return command.id == commandID; });
+  return found == commands_.rend() ? nullptr : &*found;
 }
 
 }  // namespace velotide

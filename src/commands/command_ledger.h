@@ -4,7 +4,6 @@
 #include <cstdint>
 #include <deque>
 #include <optional>
-#include <unordered_map>
 #include <vector>
 
 #include "base/byte_queue.h"
@@ -16,13 +15,6 @@
 #include "commands/shell_integration_parser.h"
 
 namespace velotide {
-
-// What a wait needs to know of a command.
-struct TerminalCommandSnapshot {
-  bool finished = false;
-  TerminalCommandLifecycleState state = TerminalCommandLifecycleState::running;
-  bool operator==(const TerminalCommandSnapshot&) const = default;
-};
 
 // The commands that ran in one session, as its shell's marks tell. At most one runs, and it is the last; all
 // others are final.
@@ -57,7 +49,8 @@ class TerminalRuntimeCommandLedger {
   const std::deque<TerminalRuntimeCommandInfo>& commands() const { return commands_; }
   // Of a listed command, valid until the next change; null for any other.
   const Evidence* evidence(const Uuid& commandID) const;
-  std::unordered_map<Uuid, TerminalCommandSnapshot> snapshots() const;
+  // A listed command, looked for from the newest on; null for any other. Valid until the next change.
+  const TerminalRuntimeCommandInfo* find(const Uuid& commandID) const;
 
  private:
   using Records = std::vector<TerminalRuntimeCommandInfo>;

@@ -158,12 +158,13 @@ void RequestDispatch::readEvents(const TerminalRuntimeRequest& request,
 void RequestDispatch::shutdownIfEmpty() {
   // The word tells the caller that sessions still hold the service.
   require(state_.sessions.empty(), RuntimeFailure::controlOwned);
+  state_.tools.shutdown();
   state_.shutdownRequested = true;
 }
 
 void RequestDispatch::diagnostics(TerminalRuntimeResponse& response) const {
   response.disconnects.emplace(state_.disconnects.begin(), state_.disconnects.end());
-  response.pendingWaits = 0;
+  response.pendingWaits = static_cast<std::int64_t>(state_.tools.waits().pendingCount());
 }
 
 void RequestDispatch::performOnSession(const TerminalRuntimeRequest& request,

@@ -32,6 +32,7 @@ void RuntimeServer::run() {
 bool RuntimeServer::turn(int milliseconds) {
   refreshSessions();
   reapRetired();
+  state_.tools.process(state_.clock.date());
   buildPollSet();
   if (::poll(pollSet_.data(), static_cast<nfds_t>(pollSet_.size()), milliseconds) < 0) {
     if (errno == EINTR) return true;
@@ -195,6 +196,7 @@ void RuntimeServer::removeClient(const RuntimeClient& client, Seconds idle) {
 
 bool RuntimeServer::hasDrained() const {
   return state_.shutdownRequested && state_.sessions.empty() && state_.retired.empty() &&
+         state_.tools.isIdle() &&
          std::ranges::all_of(clients_, [](const auto& entry) { return entry.second->outgoing.empty(); });
 }
 

@@ -12,6 +12,7 @@
 #include "events/attention_store.h"
 #include "events/event_log.h"
 #include "protocol/runtime_response.h"
+#include "service/native_tools.h"
 #include "service/runtime_socket.h"
 #include "terminal/runtime_session.h"
 
@@ -28,16 +29,17 @@ struct RetiredChild {
 // What the parts of the service share. Owned by the server; one thread uses it.
 struct RuntimeServiceState {
   // Claims the root directory; throws what RuntimeSocket throws.
-  RuntimeServiceState(const std::string& root, const Clock& theClock) : clock(theClock), socket(root) {}
+  RuntimeServiceState(const std::string& root, const Clock& theClock)
+      : clock(theClock), socket(root), tools(nativeRoot(), events, attention, sessions) {}
 
   RuntimeSession* find(const Uuid& id) const {
     const auto found = sessions.find(id);
     return found == sessions.end() ? nullptr : found->second.get();
   }
 
-  RuntimeSession::Surroundings surroundings() {
-    return {socket.root() + "/native-tools", events, attention, clock};
-  }
+  std::string nativeRoot() const { return socket.root() + "/native-tools"; }
+
+  RuntimeSession::Surroundings surroundings() { return {nativeRoot(), events, attention, clock}; }
 
   const Clock& clock;
   // Identifies this run of the service to its clients.
@@ -46,7 +48,8 @@ struct RuntimeServiceState {
   TerminalSessionEventStore events{epoch};
   TerminalAttentionStore attention{events, clock};
   // At most maximumSessions together with the retired children.
-  std::map<Uuid, std::unique_ptr<RuntimeSession>> sessions;
+  SessionTable sessions;
+  NativeTools tools;
   std::vector<RetiredChild> retired;
   // The newest dropped clients, oldest first; at most maximumDisconnects.
   std::deque<TerminalRuntimeDisconnectDiagnostic> disconnects;

@@ -40,7 +40,7 @@ bool hasNews(OutputSubscription& sent, const RuntimeServiceState& state, const R
 }
 
 // Notes what the subscriber knows after this response.
-void record(OutputSubscription& subscription, const TerminalRuntimeResponse& sent, Uptime now) {
+void noteSent(OutputSubscription& subscription, const TerminalRuntimeResponse& sent, Uptime now) {
   subscription.cursor = sent.cursor;
   subscription.publishedAt = now;
   subscription.attention = sent.attention.value_or(std::vector<TerminalAttentionItem>{});
@@ -58,7 +58,7 @@ OutputSubscription subscriptionFrom(const TerminalRuntimeRequest& request,
   OutputSubscription subscription;
   subscription.requestID = request.id;
   subscription.sessionID = *request.sessionID;
-  record(subscription, response, now);
+  noteSent(subscription, response, now);
   return subscription;
 }
 
@@ -83,7 +83,7 @@ void publishSubscription(RuntimeClient& client, const RuntimeServiceState& state
   }
   push.session = session->info();
   client.enqueue(push, now);
-  record(subscription, push, now);
+  noteSent(subscription, push, now);
 }
 
 }  // namespace velotide

@@ -54,6 +54,7 @@ class RuntimeSession {
   const TerminalAgentMonitor& agentMonitor() const { return agentMonitor_; }
   const TerminalNativeAgentContext& nativeAgentContext() const { return nativeAgentContext_; }
   const TerminalRuntimeCommandLedger& commandLedger() const { return commandLedger_; }
+  std::int64_t outputRevision() const { return outputRevision_; }
   bool hasPendingInput() const { return !pendingInput_.empty(); }
   TerminalRuntimeSessionInfo info() const;
 

@@ -42,14 +42,14 @@ class CommandLedger : public testing::Test {
 TEST_F(CommandLedger, FollowsACommandFromStartToEnd) {
   EXPECT_EQ(feed(makeStarts + "out"), "running ");
   EXPECT_EQ(last().id, Uuid::parse("2051678A-7211-0314-7283-1836F2234017"));
-  EXPECT_EQ(ledger.snapshots().at(last().id), (TerminalCommandSnapshot{false, State::running}));
+  EXPECT_EQ(*ledger.find(last().id), last());
   EXPECT_EQ(feed("put"), "");
   EXPECT_EQ(feed(mark("end=2")), "failed ");
   EXPECT_EQ(last().startedAt, Date{1001});
   EXPECT_EQ(last().endedAt, Date{1003});
   EXPECT_EQ(last().exitCode, 2);
   EXPECT_EQ(evidence(), (TerminalRuntimeCommandLedger::Evidence{makeStarts.size(), makeStarts.size() + 6}));
-  EXPECT_EQ(ledger.snapshots().at(last().id), (TerminalCommandSnapshot{true, State::failed}));
+  EXPECT_EQ(ledger.find(last().id)->state, State::failed);
   EXPECT_EQ(feed(mark("end=0")), "") << "nothing runs any more";
   EXPECT_EQ(ledger.evidence(generation), nullptr);
 }
@@ -102,7 +102,6 @@ TEST_F(CommandLedger, KeepsTheLatestTwoHundred) {
   for (int count = 0; count < 201; ++count) feed(makeStarts);
   EXPECT_EQ(ledger.commands().size(), 200u);
   EXPECT_EQ(ledger.commands().front().markerOffset, makeStarts.size());
-  EXPECT_EQ(ledger.snapshots().size(), 200u);
   EXPECT_EQ(ledger.evidence(TerminalRuntimeCommandInfo::identity(generation, 0)), nullptr);
   EXPECT_NE(ledger.evidence(ledger.commands().front().id), nullptr);
 }

@@ -20,13 +20,17 @@ namespace velotide {
 // The service in this process: the test turns its loop and moves its clock.
 class SteppedService {
  public:
-  void turn() { server_.turn(0); }
+  void turn(int count = 1) {
+    for (int each = 0; each < count; ++each) running_ = server_.turn(0);
+  }
+  // False once an orderly shutdown has drained.
+  bool isRunning() const { return running_; }
   // Turns until the condition holds; throws after seconds of the real time.
   void turnUntil(auto condition) {
     const auto deadline = std::chrono::steady_clock::now() + std::chrono::seconds(20);
     while (!condition()) {
       if (std::chrono::steady_clock::now() > deadline) throw std::runtime_error("turned in vain");
-      server_.turn(5);
+      running_ = server_.turn(5);
     }
   }
   std::string capability() const {
@@ -41,6 +45,7 @@ class SteppedService {
  private:
   TemporaryDirectory directory_;
   RuntimeServer server_{root(), clock};
+  bool running_ = true;
 };
 
 // One connection to it. Requests go through the socket; nothing is read unless asked.
@@ -65,8 +70,9 @@ class SteppedClient {
   void send(const TerminalRuntimeRequest& request) {
     ByteQueue frame;
     encodedTransportFrame(request, frame);
-    platform::sendQuietly(socket_.get(), frame.view());
+    sendRaw(frame.text());
   }
+  void sendRaw(std::string_view text) { platform::sendQuietly(socket_.get(), bytesOf(text)); }
   // The answer; pushes that come before it wait for takePush.
   TerminalRuntimeResponse request(const TerminalRuntimeRequest& request) {
     send(request);
@@ -80,6 +86,16 @@ class SteppedClient {
       return answer.has_value();
     });
     return *answer;
+  }
+  // The next push.
+  TerminalRuntimeResponse next() {
+    std::optional<TerminalRuntimeResponse> push;
+    service_.turnUntil([&] { return (push = take()).has_value(); });
+    return *push;
+  }
+  bool isClosed() {
+    take();
+    return closed_;
   }
   // What has arrived by now and was not taken yet.
   std::optional<TerminalRuntimeResponse> take() {
@@ -95,6 +111,7 @@ class SteppedClient {
   bool receive() {
     const auto room = incoming_.reserve(65536);
     const ssize_t count = ::recv(socket_.get(), room.data(), room.size(), MSG_DONTWAIT);
+    closed_ |= count == 0;
     if (count > 0) incoming_.commit(static_cast<std::size_t>(count));
     const std::size_t length = incoming_.text().find('\n');
     if (length == std::string_view::npos) return false;
@@ -108,6 +125,7 @@ class SteppedClient {
   JsonDocument document_;
   ByteQueue incoming_;
   std::deque<TerminalRuntimeResponse> received_;
+  bool closed_ = false;
 };
 
 }  // namespace velotide
