@@ -33,23 +33,19 @@ fi
 
 # Tests of the paths of older versions pretend to be one.
 __velotide_version=${VELOTIDE_ASSUME_BASH_VERSION:-$((BASH_VERSINFO[0] * 100 + BASH_VERSINFO[1]))}
-__velotide_none=
 __velotide_started=()  # what PS0 printed since the prompt, by line
 __velotide_turn=0      # lines that PS0 saw since the prompt
 __velotide_reported=   # the DEBUG trap printed the start of the line
 __velotide_begun=      # the first prompt hook ran, the last not yet
 __velotide_ready=      # a line is being waited for
-__velotide_uses_ps0=
 __velotide_watches=1   # the DEBUG trap is wanted
 __velotide_repeats=    # a line missing in the history can be the one before it again
 __velotide_hides=1     # it can be any other
-__velotide_history=   # the newest entry when the prompt was shown
-__velotide_directory=
-__velotide_here=
-__velotide_user_trap=-
-__velotide_then=:
-__velotide_last_argument=
-__velotide_reply=
+__velotide_history=    # the newest entry when the prompt was shown
+__velotide_user_trap=- # the user's own DEBUG trap
+__velotide_then=:      # what the DEBUG trap still has to do
+__velotide_none= __velotide_uses_ps0= __velotide_directory= __velotide_here=
+__velotide_last_argument= __velotide_reply=
 
 # Names of hooks. The last function's name is also a number, see PS0 below.
 __velotide_prompt_ends=0
@@ -145,8 +141,7 @@ __velotide_entry_text() {
 
 __velotide_entry_number() {
   local entry=${1#"${1%%[0-9]*}"}
-  entry=${entry%%[!0-9]*}
-  __velotide_reply=${entry:-0}
+  __velotide_reply=$((10#0${entry%%[!0-9]*}))
 }
 
 __velotide_entries() {
@@ -226,9 +221,7 @@ __velotide_debug() {
   [[ -z $traced ]] || set -x
 }
 
-__velotide_return() {
-  return "$1"
-}
+__velotide_return() { return "$1"; }
 
 # Whether the DEBUG trap sees a command of the line, and not one of a hook, a
 # completion, a key binding or, where functrace is set, a function.
@@ -402,10 +395,6 @@ if ! __velotide_is_readonly PROMPT_COMMAND && ! __velotide_is_readonly PS0; then
 fi
 
 unset VELOTIDE_BASH_INTEGRATION
-if [[ -n $__velotide_exports ]]; then
-  set -a
-fi
-if [[ -n $__velotide_aliases ]]; then
-  shopt -s expand_aliases
-fi
+[[ -z $__velotide_exports ]] || set -a
+[[ -z $__velotide_aliases ]] || shopt -s expand_aliases
 unset __velotide_exports __velotide_aliases

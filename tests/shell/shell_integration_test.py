@@ -26,19 +26,13 @@ def marks(output):
     position = output.find(PREFIX)
     while position >= 0:
         begin = position + len(PREFIX)
-        end = min((e for e in (output.find(b"\a", begin), output.find(b"\x1b\\", begin)) if e >= 0), default=None)
-        if end is None:
-            break
+        end = min(e for e in (output.find(b"\a", begin), output.find(b"\x1b\\", begin)) if e >= 0)
         assert end - position <= 32768, "a mark longer than the service keeps"
         name, _, value = output[begin:end].decode("ascii").partition("=")
-        if name == "start":
-            value = bytes.fromhex(value).decode("utf-8").strip()
-        elif name == "end":
-            value = int(value)
-        elif name == "context":
-            fields = value.split(",")
-            value = [int(f) if i == 2 else bytes.fromhex(f).decode("utf-8") for i, f in enumerate(fields)]
-        found.append((name, value))
+        text = lambda digits: bytes.fromhex(digits).decode("utf-8").strip()
+        if name == "context":
+            value = [int(field) if i == 2 else text(field) for i, field in enumerate(value.split(","))]
+        found.append((name, text(value) if name == "start" else int(value) if name == "end" else value))
         position = output.find(PREFIX, end)
     return found
 
@@ -203,11 +197,10 @@ class ShellIntegrationTest(unittest.TestCase):
                     self.assertIn(shown, printed)
 
     def test_shell_and_place_are_told_before_and_after_a_command(self):
-        host = os.uname().nodename
         for name, (shell, launch, files) in SHELLS.items():
             with self.subTest(shell=name):
                 terminal = self.start(shell, launch, files)
-                place = lambda folder: [("shell", shell), ("context", [folder, USER, os.getuid(), host, shell])]
+                place = lambda folder: [("shell", shell), ("context", [folder, USER, os.getuid(), os.uname().nodename, shell])]
                 self.assertEqual(marks(terminal.output), place(terminal.home))
                 self.assertEqual(marks(terminal.type("cd /usr\r")),
                                  place(terminal.home) + [("start", "cd /usr"), ("end", 0)] + place("/usr"))
@@ -258,14 +251,12 @@ class ShellIntegrationTest(unittest.TestCase):
                 self.assertIn(("end", 0), marks(terminal.output))
 
     def test_a_nested_shell_is_one_command(self):
-        for name in SHELLS:
-            if name.startswith("bash"):
+        for name in (name for name in SHELLS if name.startswith("bash")):
+            with self.subTest(shell=name):
                 terminal = self.start(*SHELLS[name])
-                with self.subTest(shell=name):
-                    printed = terminal.type(("PS1='inner> ' bash --norc\r", b"inner> "), ("echo inside\r", b"inner> "), "exit 4\r")
-                    self.assertEqual(commands(printed),
-                                     [("start", "PS1='inner> ' bash --norc"), ("end", 4)])
-                    self.assertNotIn(b"__velotide", printed)
+                printed = terminal.type(("PS1='inner> ' bash --norc\r", b"inner> "), ("echo inside\r", b"inner> "), "exit 4\r")
+                self.assertEqual(commands(printed), [("start", "PS1='inner> ' bash --norc"), ("end", 4)])
+                self.assertNotIn(b"__velotide", printed)
 
 
 if __name__ == "__main__":
