@@ -1,0 +1,307 @@
+#include "client/command_line.h"
+
+#include <CLI/CLI.hpp>
+#include <algorithm>
+#include <functional>
+#include <iostream>
+
+#include "client/commands.h"
+#include "client/completion.h"
+#include "client/trouble.h"
+#include "protocol/version.h"
+
+namespace velotide::client {
+
+namespace {
+
+constexpr const char* overview =
+    "Hosts terminal sessions in a service of your own: start a shell, detach, come back.\n"
+    "A session is named by its ID or any beginning of it that fits no other.";
+
+constexpr const char* overviewFooter =
+    "\nExit status: 0 done, 1 failed, 2 wrong usage, 3 no service is running. `new`, `attach` and `run`\n"
+    "pass on the program's status; there 125 is a failure of their own, 126 a program that cannot be\n"
+    "executed, 127 one that was not found, 128+n the end by signal n.\n"
+    "The service is found through --root, else VELOTIDE_ROOT, else XDG_RUNTIME_DIR/velotide, else\n"
+    "~/.local/state/velotide; `new` and `run` start it when none answers there. NO_COLOR is honoured.";
+
+constexpr const char* sessionFields =
+    "\nFields of a session: id, revision, pid, generation, controlEpoch, directory, running, exitStatus, "
+    "columns,\n"
+    "rows, outputOffset, controlOwner, nextInputSequence, agent, controlExpiresAt, outputRevision, "
+    "commands,\n"
+    "reminderPolicy. Dates are seconds since 2001-01-01 00:00:00 UTC; fields without a value are left out.";
+
+constexpr const char* sessionHelp = "Session: its ID or an unambiguous beginning";
+
+// The command line as declared to the parser, and what to do once it is understood.
+class CommandLine {
+ public:
+  CommandLine();
+
+  int run(int count, char** words);
+
+ private:
+  using Action = std::function<int(Service&)>;
+
+  CLI::App* add(const std::string& name, const std::string& description, Action action);
+  void addStart();
+  void addRun();
+  void addList();
+  void addRead();
+  void addSend();
+  void addSessionChanges();
+  void addServiceCommands();
+  void addStartOptions(CLI::App* command, bool attaches);
+  void addDetachKey(CLI::App* command);
+  void takeCommand(CLI::App* command);
+  int fail(const Trouble& trouble) const;
+  int failUsage(const CLI::ParseError& error) const;
+  bool passesStatus() const;
+
+  CLI::App app_{overview, "velotide"};
+  std::string root_;
+  bool isQuiet_ = false;
+  Action action_;
+  // What stands behind the first "--", which ends this program's own options.
+  std::optional<std::vector<std::string>> rest_;
+
+  StartOptions start_;
+  ReadOptions read_;
+  SendOptions send_;
+  CloseOptions close_;
+  std::string owner_;
+  std::string session_;
+  std::string shell_;
+  bool asJson_ = false;
+  bool namesOnly_ = false;
+  bool closesAll_ = false;
+  std::int64_t columns_ = 0;
+  std::int64_t rows_ = 0;
+};
+
+CommandLine::CommandLine() {
+  app_.footer(overviewFooter);
+  app_.set_version_flag("--version", "velotide " + std::string(AppVersion::value));
+  app_.add_option("--root", root_, "Directory of the service")->type_name("DIRECTORY");
+  app_.add_flag("-q,--quiet", isQuiet_, "Say nothing but results and errors");
+  app_.require_subcommand(1);
+  addStart();
+  addRun();
+  addList();
+  addRead();
+  addSend();
+  addSessionChanges();
+  addServiceCommands();
+}
+
+CLI::App* CommandLine::add(const std::string& name, const std::string& description, Action action) {
+  CLI::App* command = app_.add_subcommand(name, description);
+  command->fallthrough();
+  command->final_callback([this, action = std::move(action)] { action_ = action; });
+  return command;
+}
+
+void CommandLine::addDetachKey(CLI::App* command) {
+  command->add_option("--detach-key", start_.detachKey, "Key that detaches, like ctrl-g, or none")
+      ->type_name("KEY")
+      ->capture_default_str();
+}
+
+void CommandLine::addStartOptions(CLI::App* command, bool attaches) {
+  command->prefix_command();
+  command->usage("Usage: velotide " + command->get_name() +
+                 (command->get_name() == "restart" ? " SESSION" : "") + " [OPTIONS] [--] [COMMAND...]");
+  command->add_option("-C,--directory", start_.directory, "Start there instead of here")
+      ->type_name("DIRECTORY");
+  if (!attaches) return;
+  command->add_flag("-d,--detached", start_.isDetached, "Print the session's ID instead of attaching");
+  command->add_flag("-l,--login", start_.isLogin, "Start the shell as a login shell");
+  command->add_flag("--rm", start_.removesAtEnd, "Close the session when its program ends while attached");
+  command->add_flag("--json", start_.asJson, "Print the session as JSON where its ID would be printed");
+  addDetachKey(command);
+}
+
+void CommandLine::addStart() {
+  CLI::App* start = add("new", "Start a session and attach to it",
+                        [this](Service& service) { return startSession(service, start_); });
+  start->footer(
+      "\nWithout COMMAND your shell is started. Without a terminal, or with -d, the ID is printed.");
+  addStartOptions(start, true);
+  CLI::App* attach = add("attach", "Connect this terminal with a session", [this](Service& service) {
+    return attachSession(service, session_, start_.detachKey);
+  });
+  attach->add_option("SESSION", session_, std::string(sessionHelp) + "; the only running one when left out");
+  attach->footer(
+      "\nWhat is held of the output is shown first. When several terminals are attached, the one that was "
+      "typed in\n"
+      "last answers programs' questions to their terminal.");
+  addDetachKey(attach);
+  CLI::App* restart =
+      add("restart", "Start a program in a session whose program has ended", [this](Service& service) {
+        if (start_.command.empty()) throw Trouble("Name the session to restart.", ExitStatus::usage);
+        const std::string name = start_.command.front();
+        start_.command.erase(start_.command.begin());
+        return restartSession(service, name, start_);
+      });
+  restart->footer(
+      "\nWithout COMMAND your shell is started, in the session's directory. The output begins anew.");
+  addStartOptions(restart, true);
+}
+
+void CommandLine::addRun() {
+  CLI::App* run = add("run", "Run a program in a session of its own and pass on its exit status",
+                      [this](Service& service) {
+                        if (start_.command.empty())
+                          throw Trouble("Name the program to run.", ExitStatus::usage);
+                        return runProgram(service, start_);
+                      });
+  addStartOptions(run, false);
+  run->footer(
+      "\nBetween terminals the program has this one; otherwise standard input and output are passed on as "
+      "they are\n"
+      "(standard error comes with the output). The session is closed at the end.");
+}
+
+void CommandLine::addList() {
+  CLI::App* list = add("ls", "List sessions",
+                       [this](Service& service) { return listSessions(service, asJson_, namesOnly_); });
+  list->add_flag("--json", asJson_, "One session a line as JSON; [] when there is none");
+  list->add_flag("--ids", namesOnly_, "IDs only");
+  list->footer(sessionFields);
+  CLI::App* show = add("show", "Show one session",
+                       [this](Service& service) { return showSession(service, session_, asJson_); });
+  show->add_option("SESSION", session_, sessionHelp)->required();
+  show->add_flag("--json", asJson_, "As one line of JSON");
+  show->footer(sessionFields);
+}
+
+void CommandLine::addRead() {
+  CLI::App* read = add("read", "Print a session's output",
+                       [this](Service& service) { return readOutput(service, read_); });
+  read->add_option("SESSION", read_.session, sessionHelp)->required();
+  read->add_flag("-f,--follow", read_.follows,
+                 "Go on with what is printed from now on, until the session ends");
+  read->add_option("--after", read_.after, "Begin behind this position")->type_name("GENERATION:OFFSET");
+  read->add_flag("--show-cursor", read_.showsCursor,
+                 "Print the last position to standard error, for --after");
+  read->add_flag("--json", read_.asJson, "One piece of output a line as JSON");
+  read->footer(
+      "\nFields of a piece: session, data (base64), cursor (generation, offset: where it ends), missed "
+      "(bytes before\n"
+      "it that are no longer held). --follow ends with a line of session, cursor, ended (exited, closed or\n"
+      "serviceGone) and exitStatus.");
+}
+
+void CommandLine::addSend() {
+  CLI::App* send = add("send", "Type into a session", [this](Service& service) {
+    if (!owner_.empty()) send_.owner = owner_;
+    return sendInput(service, send_);
+  });
+  send->add_option("SESSION", send_.session, sessionHelp)->required();
+  send->add_option("TEXT", send_.text, "Text to type; standard input when neither text nor keys are given");
+  send->add_flag("-e,--enter", send_.pressesEnter, "Press Enter behind it");
+  send->add_option("-k,--key", send_.keys, "Press a key behind the text (again for more)")
+      ->type_name("KEY")
+      ->expected(1);
+  send->add_option("--as", owner_, "Type as this agent: take control, and release it unless held before")
+      ->type_name("OWNER");
+  send->footer(
+      "\nKeys: ctrl-c and the like, enter, tab, escape, space, backspace, delete, insert, up, down, left, "
+      "right, home,\n"
+      "end, pageup, pagedown, or one character. Keys are pressed once the program took the text.");
+}
+
+void CommandLine::addSessionChanges() {
+  CLI::App* resize = add("resize", "Change a session's size", [this](Service& service) {
+    return resizeSession(service, session_, columns_, rows_);
+  });
+  resize->add_option("SESSION", session_, sessionHelp)->required();
+  CLI::Option* columns = resize->add_option("COLUMNS", columns_, "1 to 1000; this terminal's when left out");
+  CLI::Option* rows = resize->add_option("ROWS", rows_, "1 to 1000");
+  columns->check(CLI::Range(1, 1000))->needs(rows);
+  rows->check(CLI::Range(1, 1000));
+  CLI::App* close = add("close", "Close sessions, ending their programs",
+                        [this](Service& service) { return closeSessions(service, close_); });
+  close->add_option("SESSION", close_.sessions, sessionHelp);
+  close->add_flag("--exited", close_.allExited, "All whose program has ended");
+  close->add_flag("--all", close_.all, "All");
+}
+
+void CommandLine::addServiceCommands() {
+  CLI::App* status =
+      add("status", "Show the service", [this](Service& service) { return showStatus(service, asJson_); });
+  status->add_flag("--json", asJson_, "As one line of JSON");
+  status->footer(
+      "\nFields: clientVersion, root, isRunning; while it runs also version, serviceEpoch, sessions, "
+      "runningSessions,\n"
+      "pendingWaits, disconnects (reason, lastAction, subscribed, queuedBytes, idleSeconds), features.");
+  CLI::App* stop = add("stop", "Stop the service, which has to have no sessions",
+                       [this](Service& service) { return stopService(service, closesAll_); });
+  stop->add_flag("--close-all", closesAll_, "Close all sessions first");
+  CLI::App* completion = add("completion", "Print completions for a shell",
+                             [this](Service&) { return printCompletion(shell_); });
+  completion->add_option("SHELL", shell_, "bash, zsh or fish")
+      ->required()
+      ->check(CLI::IsMember({"bash", "zsh", "fish"}));
+}
+
+// The program to start: what the parser left over, which begins at the first word that is no option.
+void CommandLine::takeCommand(CLI::App* command) {
+  start_.command = command->remaining();
+  if (!start_.command.empty() && start_.command.front().starts_with('-'))
+    throw CLI::ExtrasError({start_.command.front()});
+  if (!rest_) return;
+  const bool isPrograms = start_.command.size() > (command->get_name() == "restart" ? 1U : 0U);
+  if (isPrograms) start_.command.emplace_back("--");
+  start_.command.insert(start_.command.end(), rest_->begin(), rest_->end());
+}
+
+bool CommandLine::passesStatus() const {
+  for (const char* name : {"new", "attach", "run"}) {
+    if (app_.got_subcommand(name)) return true;
+  }
+  return false;
+}
+
+int CommandLine::fail(const Trouble& trouble) const {
+  Notices(isQuiet_).error(trouble.what());
+  return passesStatus() && trouble.status < ExitStatus::ownFailure ? ExitStatus::ownFailure : trouble.status;
+}
+
+int CommandLine::failUsage(const CLI::ParseError& error) const {
+  // Help and version are thrown as well.
+  if (error.get_exit_code() == 0) return app_.exit(error);
+  Notices().error(std::string(error.what()) + ". See velotide --help, or velotide COMMAND --help.");
+  return passesStatus() ? ExitStatus::ownFailure : ExitStatus::usage;
+}
+
+int CommandLine::run(int count, char** words) {
+  std::vector<std::string> own(words + 1, words + count);
+  const auto mark = std::find(own.begin(), own.end(), "--");
+  if (mark != own.end()) {
+    rest_.emplace(mark + 1, own.end());
+    own.erase(mark, own.end());
+  }
+  try {
+    std::reverse(own.begin(), own.end());
+    app_.parse(std::move(own));
+    for (CLI::App* command : app_.get_subcommands()) takeCommand(command);
+    send_.text.insert(send_.text.end(), start_.command.begin(), start_.command.end());
+    const Notices notices(isQuiet_);
+    Service service(ServiceRoot::find(root_), notices);
+    return action_(service);
+  } catch (const CLI::ParseError& error) {
+    return failUsage(error);
+  } catch (const Trouble& trouble) {
+    return fail(trouble);
+  } catch (const std::exception& failure) {
+    return fail(Trouble(std::string("Something went wrong: ") + failure.what() + "."));
+  }
+}
+
+}  // namespace
+
+int runCommandLine(int count, char** words) { return CommandLine().run(count, words); }
+
+}  // namespace velotide::client

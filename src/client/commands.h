@@ -1,0 +1,70 @@
+#pragma once
+
+#include <optional>
+#include <string>
+#include <vector>
+
+#include "client/service.h"
+
+// What each command of `velotide` does. All answer with the exit status and throw Trouble.
+namespace velotide::client {
+
+struct StartOptions {
+  bool isDetached = false;
+  bool isLogin = false;
+  bool removesAtEnd = false;
+  bool asJson = false;
+  std::string directory;
+  std::string detachKey = "ctrl-\\";
+  std::vector<std::string> command;
+};
+
+struct ReadOptions {
+  std::string session;
+  std::string after;
+  bool follows = false;
+  bool showsCursor = false;
+  bool asJson = false;
+};
+
+struct SendOptions {
+  std::string session;
+  // As whom an agent types; a person without it.
+  std::optional<std::string> owner;
+  std::vector<std::string> text;
+  std::vector<std::string> keys;
+  bool pressesEnter = false;
+};
+
+struct CloseOptions {
+  std::vector<std::string> sessions;
+  bool allExited = false;
+  bool all = false;
+};
+
+// start_commands.cpp
+int startSession(Service& service, const StartOptions& options);
+int attachSession(Service& service, const std::string& name, const std::string& detachKey);
+int runProgram(Service& service, const StartOptions& options);
+int restartSession(Service& service, const std::string& name, const StartOptions& options);
+
+// list_commands.cpp
+int listSessions(Service& service, bool asJson, bool namesOnly);
+int showSession(Service& service, const std::string& name, bool asJson);
+
+// read_command.cpp
+int readOutput(Service& service, const ReadOptions& options);
+
+// send_command.cpp
+int sendInput(Service& service, const SendOptions& options);
+
+// session_commands.cpp
+int resizeSession(Service& service, const std::string& name, std::int64_t columns, std::int64_t rows);
+int closeSessions(Service& service, const CloseOptions& options);
+void closeSession(Service& service, const Uuid& id);
+
+// service_commands.cpp
+int showStatus(Service& service, bool asJson);
+int stopService(Service& service, bool closesAll);
+
+}  // namespace velotide::client

@@ -1,0 +1,85 @@
+#include "client/key_names.h"
+
+#include <array>
+#include <cctype>
+#include <utility>
+
+#include "client/control_sequence.h"
+#include "client/trouble.h"
+
+namespace velotide::client {
+
+namespace {
+
+constexpr auto keys = std::to_array<std::pair<std::string_view, std::string_view>>({
+    {"enter", "\r"},
+    {"tab", "\t"},
+    {"escape", "\x1b"},
+    {"space", " "},
+    {"backspace", "\x7f"},
+    {"delete", "\x1b[3~"},
+    {"insert", "\x1b[2~"},
+    {"up", "\x1b[A"},
+    {"down", "\x1b[B"},
+    {"right", "\x1b[C"},
+    {"left", "\x1b[D"},
+    {"home", "\x1b[H"},
+    {"end", "\x1b[F"},
+    {"pageup", "\x1b[5~"},
+    {"pagedown", "\x1b[6~"},
+});
+
+std::string lowerCase(std::string_view text) {
+  std::string lower;
+  for (const unsigned char letter : text) lower += static_cast<char>(std::tolower(letter));
+  return lower;
+}
+
+std::optional<char> controlByte(std::string_view name) {
+  const std::string lower = lowerCase(name);
+  std::string_view rest = lower;
+  for (const std::string_view prefix : {"ctrl-", "ctrl+", "c-", "^"}) {
+    if (!rest.starts_with(prefix) || rest.size() != prefix.size() + 1) continue;
+    const char key = static_cast<char>(std::toupper(static_cast<unsigned char>(rest.back())));
+    if (key >= '@' && key <= '_') return static_cast<char>(key & 0x1f);
+  }
+  return std::nullopt;
+}
+
+}  // namespace
+
+std::optional<std::string> bytesOfKey(std::string_view name) {
+  if (const std::optional<char> byte = controlByte(name)) return std::string(1, *byte);
+  for (const auto& [known, bytes] : keys) {
+    if (known == lowerCase(name)) return std::string(bytes);
+  }
+  return name.size() == 1 ? std::optional(std::string(name)) : std::nullopt;
+}
+
+DetachKey DetachKey::named(std::string_view name) {
+  DetachKey key;
+  if (lowerCase(name) == "none") return key;
+  key.byte_ = controlByte(name);
+  if (!key.byte_)
+    throw Trouble(std::string(name) + " cannot be the detach key. Name one like ctrl-\\ or ctrl-g, or none.",
+                  ExitStatus::usage);
+  key.name_ = std::string("Ctrl-") + static_cast<char>(*key.byte_ | 0x40);
+  return key;
+}
+
+bool DetachKey::isSequence(std::string_view sequence) const {
+  const std::optional<ControlSequence> control = ControlSequence::parse(sequence);
+  if (!byte_ || !control || control->prefix != 0) return false;
+  const bool isKittyForm = control->final == 'u';
+  const bool isOlderForm =
+      control->final == '~' && control->parameter(0) == 27 && control->parameters.size() == 3;
+  if (!isKittyForm && !isOlderForm) return false;
+  // Behind the colon stands what happened to the key; 3 is its release.
+  if (sequence.find(":3") != std::string_view::npos) return false;
+  constexpr int locks = 64 | 128;
+  const int modifiers = (control->parameter(1, 1) - 1) & ~locks;
+  const int code = isKittyForm ? control->parameter(0) : control->parameter(2);
+  return modifiers == 4 && code < 128 && (code & 0x1f) == *byte_ && code >= '@';
+}
+
+}  // namespace velotide::client

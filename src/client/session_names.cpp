@@ -1,0 +1,57 @@
+#include "client/session_names.h"
+
+#include <algorithm>
+#include <cctype>
+
+#include "client/trouble.h"
+
+namespace velotide::client {
+
+namespace {
+
+constexpr std::size_t shortLength = 8;
+
+std::string upperCase(std::string_view text) {
+  std::string upper(text);
+  std::transform(upper.begin(), upper.end(), upper.begin(),
+                 [](unsigned char letter) { return static_cast<char>(std::toupper(letter)); });
+  return upper;
+}
+
+std::string listed(const std::vector<const TerminalRuntimeSessionInfo*>& sessions) {
+  std::string text;
+  for (const TerminalRuntimeSessionInfo* session : sessions) text += " " + session->id.text();
+  return text;
+}
+
+}  // namespace
+
+std::string shortName(const Uuid& id) { return id.text().substr(0, shortLength); }
+
+const TerminalRuntimeSessionInfo& resolveName(std::string_view name,
+                                              const std::vector<TerminalRuntimeSessionInfo>& sessions) {
+  const std::string wanted = upperCase(name);
+  std::vector<const TerminalRuntimeSessionInfo*> found;
+  for (const TerminalRuntimeSessionInfo& session : sessions) {
+    if (session.id.text().starts_with(wanted)) found.push_back(&session);
+  }
+  if (found.empty())
+    throw Trouble("No session is named " + std::string(name) + ". `velotide ls` shows those there are.");
+  if (found.size() > 1)
+    throw Trouble(std::string(name) + " fits several sessions:" + listed(found) + ". Give more of the name.");
+  return *found.front();
+}
+
+TerminalRuntimeSessionInfo findSession(Service& service, std::string_view name) {
+  const std::vector<TerminalRuntimeSessionInfo> sessions = service.sessions();
+  if (!name.empty()) return resolveName(name, sessions);
+  std::vector<const TerminalRuntimeSessionInfo*> running;
+  for (const TerminalRuntimeSessionInfo& session : sessions) {
+    if (session.running) running.push_back(&session);
+  }
+  if (running.empty()) throw Trouble("No session is running. Start one: velotide new");
+  if (running.size() > 1) throw Trouble("Several sessions are running:" + listed(running) + ". Name one.");
+  return *running.front();
+}
+
+}  // namespace velotide::client

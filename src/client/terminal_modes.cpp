@@ -1,0 +1,116 @@
+#include "client/terminal_modes.h"
+
+#include <algorithm>
+
+namespace velotide::client {
+
+namespace {
+
+bool isScreenMode(int number) { return number == 47 || number == 1047 || number == 1049; }
+
+}  // namespace
+
+void TerminalModes::observe(std::string_view output) {
+  scanner_.scan(
+      output, [](std::string_view) {}, [this](std::string_view sequence) { observeSequence(sequence); });
+}
+
+void TerminalModes::observeSequence(std::string_view sequence) {
+  if (const std::optional<ControlSequence> control = ControlSequence::parse(sequence)) {
+    observeControl(*control);
+  } else if (sequence == "\x1b=" || sequence == "\x1b>") {
+    simple_.set(keypad, sequence.back() == '=');
+  } else if (sequence ==
+             "\x1b"
+             "c") {
+    changed_.reset();
+    simple_.reset();
+    keyboards_ = {};
+  } else if (sequence.size() == 3 && sequence[1] == '(') {
+    simple_.set(charset, sequence.back() != 'B');
+  }
+}
+
+void TerminalModes::observeControl(const ControlSequence& control) {
+  const bool isPlain = control.prefix == 0 && control.intermediates.empty();
+  if (control.prefix == '?' && control.intermediates.empty() &&
+      (control.final == 'h' || control.final == 'l')) {
+    for (const int number : control.parameters) setPrivateMode(number, control.final == 'h');
+  } else if (control.final == 'u' && control.prefix != 0 && control.prefix != '?') {
+    observeKeyboard(control);
+  } else if (isPlain && (control.final == 'h' || control.final == 'l') && control.parameter(0) == 4) {
+    simple_.set(insertion, control.final == 'h');
+  } else if (isPlain && control.final == 'r') {
+    simple_.set(region, !control.parameters.empty());
+  } else if (isPlain && control.final == 'm') {
+    simple_.set(rendition, control.parameters.size() > 1 || control.parameter(0) != 0);
+  } else if (control.prefix == '>' && control.final == 'm' && control.parameter(0) == 4) {
+    simple_.set(otherKeys, control.parameter(1) != 0);
+  } else if (control.prefix == 0 && control.intermediates == " " && control.final == 'q') {
+    simple_.set(cursorShape, control.parameter(0) != 0);
+  } else if (control.intermediates == "!" && control.final == 'p') {
+    softReset();
+  }
+}
+
+void TerminalModes::setPrivateMode(int number, bool isOn) {
+  for (std::size_t index = 0; index < privateModes.size(); ++index) {
+    if (privateModes[index].number == number) changed_.set(index, isOn != privateModes[index].isOrdinarilyOn);
+  }
+}
+
+bool TerminalModes::isOnAlternateScreen() const {
+  for (std::size_t index = 0; index < privateModes.size(); ++index) {
+    if (changed_[index] && isScreenMode(privateModes[index].number)) return true;
+  }
+  return false;
+}
+
+void TerminalModes::observeKeyboard(const ControlSequence& control) {
+  Keyboard& keyboard = keyboards_[isOnAlternateScreen() ? 1 : 0];
+  if (control.prefix == '>') {
+    // Terminals hold few; a program that pushes without end must not make the way out long.
+    keyboard.pushed = std::min(keyboard.pushed + 1, 64);
+  } else if (control.prefix == '<') {
+    keyboard.pushed = std::max(keyboard.pushed - control.parameter(0, 1), 0);
+  } else {
+    keyboard.isSet = control.parameter(0) != 0;
+  }
+}
+
+void TerminalModes::softReset() {
+  simple_.reset();
+  for (const int number : {1, 6, 25, 66}) setPrivateMode(number, number == 25);
+}
+
+std::string TerminalModes::Keyboard::switchOff() const {
+  std::string text;
+  if (isSet) text += "\x1b[=0u";
+  if (pushed > 0) text += "\x1b[<" + std::to_string(pushed) + "u";
+  return text;
+}
+
+std::string TerminalModes::switchOff() const {
+  static constexpr std::array<std::string_view, simpleCount> switches = {"\x1b>",
+                                                                         "\x1b[4l",
+                                                                         "\x1b"
+                                                                         "7\x1b[r\x1b"
+                                                                         "8",
+                                                                         "\x1b[m",
+                                                                         "\x1b(B",
+                                                                         "\x1b[0 q",
+                                                                         "\x1b[>4m"};
+  std::string text;
+  for (std::size_t index = 0; index < simpleCount; ++index) {
+    if (simple_[index]) text += switches[index];
+  }
+  if (isOnAlternateScreen()) text += keyboards_[1].switchOff();
+  for (std::size_t index = 0; index < privateModes.size(); ++index) {
+    if (!changed_[index]) continue;
+    const PrivateMode& mode = privateModes[index];
+    text += "\x1b[?" + std::to_string(mode.number) + (mode.isOrdinarilyOn ? "h" : "l");
+  }
+  return text + keyboards_[0].switchOff();
+}
+
+}  // namespace velotide::client
