@@ -110,8 +110,6 @@ void CommandLine::addDetachKey(CLI::App* command) {
 
 void CommandLine::addStartOptions(CLI::App* command, bool attaches) {
   command->prefix_command();
-  command->usage("Usage: velotide " + command->get_name() +
-                 (command->get_name() == "restart" ? " SESSION" : "") + " [OPTIONS] [--] [COMMAND...]");
   command->add_option("-C,--directory", start_.directory, "Start there instead of here")
       ->type_name("DIRECTORY");
   if (!attaches) return;

@@ -6,7 +6,7 @@ namespace velotide::client {
 
 namespace {
 
-constexpr std::string_view bash = R"(# velotide completion bash > ~/.local/share/bash-completion/completions/velotide
+constexpr std::string_view bash = R"script(# velotide completion bash > ~/.local/share/bash-completion/completions/velotide
 _velotide() {
   local word=${COMP_WORDS[COMP_CWORD]} command= index
   for ((index = 1; index < COMP_CWORD; index++)); do
@@ -29,9 +29,9 @@ _velotide() {
     esac
     }
 complete -o default -F _velotide velotide
-)";
+)script";
 
-constexpr std::string_view zsh = R"(#compdef velotide
+constexpr std::string_view zsh = R"script(#compdef velotide
 # velotide completion zsh > "${fpath[1]}/_velotide"
 _velotide() {
   local -a commands sessions
@@ -62,9 +62,9 @@ _velotide() {
       ["$funcstack[1]" = _velotide];
     then _velotide "$@";
     else compdef _velotide velotide; fi
-)";
+)script";
 
-constexpr std::string_view fish = R"(# velotide completion fish > ~/.config/fish/completions/velotide.fish
+constexpr std::string_view fish = R"script(# velotide completion fish > ~/.config/fish/completions/velotide.fish
 set -l commands new attach run ls show read send resize restart close status stop completion
 complete -c velotide -n "not __fish_seen_subcommand_from $commands" -f -a "$commands"
 complete -c velotide -l root -r -d 'directory of the service'
@@ -73,7 +73,7 @@ complete -c velotide -n '__fish_seen_subcommand_from attach show read send resiz
   -a '(velotide ls --ids 2>/dev/null)'
 complete -c velotide -n '__fish_seen_subcommand_from new run' -a '(__fish_complete_subcommand)'
 complete -c velotide -n '__fish_seen_subcommand_from completion' -f -a 'bash zsh fish'
-)";
+)script";
 
     }  // namespace
 
