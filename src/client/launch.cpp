@@ -10,7 +10,7 @@
 #include <cstdio>
 #include <cstdlib>
 
-#include "base/json_document.h"
+#include "base/utf8.h"
 #include "client/search_path.h"
 #include "client/trouble.h"
 
@@ -57,19 +57,6 @@ mode_t ownMask() {
   return mask;
 }
 
-bool isText(std::string_view text) {
-  // The decoder of frames refuses what is no UTF-8; asking it keeps one opinion.
-  ByteQueue quoted;
-  quoted.append("\"");
-  for (const char letter : text) {
-    const auto byte = static_cast<unsigned char>(letter);
-    if (byte >= 0x20 && letter != '"' && letter != '\\') quoted.append(std::string_view(&letter, 1));
-  }
-  quoted.append("\"");
-  JsonDocument document;
-  return document.parse(quoted.mutableText());
-}
-
 std::string ownShell() {
   const char* shell = std::getenv("SHELL");
   if (shell && *shell == '/' && ::access(shell, X_OK) == 0) return shell;
@@ -102,7 +89,7 @@ std::map<std::string, std::string> environmentFor(const LaunchWish& wish) {
     const std::string_view text = *entry;
     const std::size_t equals = text.find('=');
     // What is no UTF-8 cannot travel in a frame.
-    if (equals == 0 || equals == std::string_view::npos || !isText(text)) continue;
+    if (equals == 0 || equals == std::string_view::npos || !isValidUtf8(bytesOf(text))) continue;
     environment.emplace(text.substr(0, equals), text.substr(equals + 1));
   }
   for (const char* name : outerTerminalVariables) environment.erase(name);
@@ -167,11 +154,11 @@ void check(const TerminalRuntimeLaunch& launch) {
       launch.executable.size() + launch.directory.size() + launch.executableName.value_or("").size();
   for (const std::string& argument : launch.arguments) {
     size += argument.size();
-    if (!isText(argument))
+    if (!isValidUtf8(bytesOf(argument)))
       throw Trouble("An argument is no UTF-8 text, which sessions need. Rename the file, say.");
   }
   for (const auto& [name, value] : launch.environment) size += name.size() + 1 + value.size();
-  if (!isText(launch.directory) || launch.directory.size() > maximumDirectory)
+  if (!isValidUtf8(bytesOf(launch.directory)) || launch.directory.size() > maximumDirectory)
     throw Trouble("The directory's path is no UTF-8 text or longer than 1023 bytes. Start from another one.");
   if (launch.arguments.size() > maximumArguments)
     throw Trouble("The command line has more words than a session takes (about 250). Put it into a script.");

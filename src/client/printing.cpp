@@ -5,6 +5,7 @@
 
 #include <algorithm>
 
+#include "base/failure.h"
 #include "base/private_files.h"
 #include "client/trouble.h"
 
@@ -59,7 +60,7 @@ std::string localTime(Date date) {
   tm parts{};
   char text[32];
   if (!::localtime_r(&seconds, &parts)) return "";
-  return {text, std::strftime(text, sizeof text, "%Y-%m-%d %H:%M:%S", &parts)};
+  return {text, ::strftime(text, sizeof text, "%Y-%m-%d %H:%M:%S", &parts)};
 }
 
 }  // namespace velotide::client

@@ -10,6 +10,7 @@
 #include <array>
 #include <cmath>
 #include <string>
+#include <utility>
 
 #include "base/byte_queue.h"
 #include "client/plain_input.h"
@@ -26,7 +27,12 @@ namespace {
 constexpr std::size_t stopAt = 1024 * 1024;
 constexpr std::size_t resumeAt = 256 * 1024;
 constexpr std::size_t fullAt = 64 * 1024 * 1024;
+// Written in one turn.
+constexpr std::size_t fairShare = 256 * 1024;
 constexpr std::size_t maximumUnsent = 65536;
+// The key that lets a terminal go on waits behind input that the stopped program does not read; so much always
+// has room in the terminal. With more of it, holding back the input has to do.
+constexpr std::size_t stoppableInput = 500;
 // How long to wait for the terminal to be set up before data is written into it all the same.
 constexpr Seconds setUpDeadline = 3;
 
@@ -73,6 +79,8 @@ class PlainRun final : SessionLink::Observer {
   std::uint64_t missed_ = 0;
   int endingSignal_ = 0;
   bool hasInput_ = true;
+  std::size_t sentInput_ = 0;
+  bool isHeld_ = false;
   bool isStopped_ = false;
   bool isRefused_ = false;
 };
@@ -90,7 +98,7 @@ bool PlainRun::isDone() const { return endingSignal_ != 0 || (link_.ending() && 
 
 void PlainRun::turn() {
   link_.setPaused(output_.size() > fullAt);
-  const bool readsInput = hasInput_ && !link_.ending() && link_.input().size() < maximumUnsent;
+  const bool readsInput = hasInput_ && !isHeld_ && !link_.ending() && link_.input().size() < maximumUnsent;
   std::array<pollfd, 4> entries = {{
       {signals_.descriptor(), POLLIN, 0},
       {readsInput ? STDIN_FILENO : -1, POLLIN, 0},
@@ -105,7 +113,7 @@ void PlainRun::turn() {
   if (now() - begin_ > setUpDeadline) link_.input().expectNoEcho(false);
   control();
   link_.turn(entries[2].revents);
-  if (entries[3].revents != 0) write();
+  if (!output_.empty()) write();
 }
 
 int PlainRun::pollTimeout() const {
@@ -132,26 +140,34 @@ void PlainRun::readInput() {
   hasInput_ = count > 0;
   const std::string keys =
       hasInput_ ? encoder_.encode({bytes, static_cast<std::size_t>(count)}) : encoder_.end();
+  sentInput_ += keys.size();
   link_.input().add(SessionInput::Kind::typed, bytesOf(keys));
 }
 
 void PlainRun::write() {
-  const ByteView waiting = output_.view();
-  const ssize_t count = ::write(STDOUT_FILENO, waiting.data(), std::min(waiting.size(), writeBytes_));
-  if (count > 0) output_.consume(static_cast<std::size_t>(count));
-  if (count < 0 && errno != EAGAIN && errno != EINTR) {
-    endingSignal_ = SIGPIPE;
-    if (errno != EPIPE) service_.notices().error("standard output takes no more: check the disk behind it.");
+  // As fast as output comes in, as long as the reader keeps up.
+  for (std::size_t total = 0; total < fairShare && !output_.empty() && waitFor(STDOUT_FILENO, POLLOUT, 0);) {
+    const ByteView waiting = output_.view();
+    const ssize_t count = ::write(STDOUT_FILENO, waiting.data(), std::min(waiting.size(), writeBytes_));
+    if (count < 0 && (errno == EAGAIN || errno == EINTR)) return;
+    if (count < 0) {
+      endingSignal_ = SIGPIPE;
+      if (errno != EPIPE) service_.notices().error("standard output takes no more: check the disk behind it.");
+      return;
+    }
+    output_.consume(static_cast<std::size_t>(count));
+    total += static_cast<std::size_t>(count);
   }
 }
 
 void PlainRun::control() {
-  if (!isStopped_ && output_.size() > stopAt) {
-    isStopped_ = true;
-    type(PlainInput::stop);
-  } else if (isStopped_ && output_.size() < resumeAt) {
-    isStopped_ = false;
-    type(PlainInput::resume);
+  if (!isHeld_ && output_.size() > stopAt) {
+    isHeld_ = true;
+    isStopped_ = sentInput_ < stoppableInput;
+    if (isStopped_) type(PlainInput::stop);
+  } else if (isHeld_ && output_.size() < resumeAt) {
+    isHeld_ = false;
+    if (std::exchange(isStopped_, false)) type(PlainInput::resume);
   }
 }
 
