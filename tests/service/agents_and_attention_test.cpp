@@ -13,14 +13,15 @@ using Activity = TerminalAgentActivity;
 
 class AgentsAndAttention : public testing::Test {
  protected:
-  TerminalRuntimeResponse create(const std::string& script, const std::string& directory = "/") {
+  TerminalRuntimeResponse create(const std::string& script, const std::string& directory = "/",
+                                 const TerminalReminderPolicy& policy = {}) {
     TerminalRuntimeRequest request = client.make(Action::create);
     request.launch.emplace();
     request.launch->executable = "/bin/sh";
     request.launch->arguments = {"-c", script};
     request.launch->environment = {{"PATH", "/usr/bin:/bin"}};
     request.launch->directory = directory;
-    request.launch->reminderPolicy = TerminalReminderPolicy{.processExits = true};
+    request.launch->reminderPolicy = policy;
     TerminalRuntimeResponse response = client.request(request);
     if (response.session) session = *response.session;
     return response;
@@ -71,17 +72,23 @@ class AgentsAndAttention : public testing::Test {
     const std::optional<TerminalRuntimeResponse> push = watcher.take();
     return push ? textOf(*push) : "nothing";
   }
-  // The kinds of the events since the last call.
+  // The kinds of the events since the last call, but for output, which comes in chunks of any number.
   std::string events() {
     TerminalRuntimeRequest request = client.make(Action::readEvents);
     request.eventAfter = eventHead;
     const TerminalRuntimeResponse response = client.request(request);
     eventHead = response.eventHead;
     std::string text;
-    for (const auto& event : response.events->events) text += std::string(rawWord(event.kind)) + " ";
+    for (const auto& event : response.events->events) {
+      if (event.kind != TerminalSessionEventKind::outputChanged)
+        text += std::string(rawWord(event.kind)) + " ";
+    }
     return text;
   }
 
+  // Marks of a shell as a script prints them, around "make" that ends with 2.
+  const std::string start = "\\033]777;Velotide;start=6d616b65\\007";
+  const std::string end = "\\033]777;Velotide;end=2\\007";
   SteppedService service;
   SteppedClient client{service};
   SteppedClient watcher{service};
@@ -117,30 +124,34 @@ TEST_F(AgentsAndAttention, AReportReachesTheSubscriberInOneTurn) {
   EXPECT_EQ(textOf(client.request(makeReport(Activity::working))), "");
   EXPECT_EQ(pushed(), "");
   EXPECT_EQ(events(), "attentionUpdated agentChanged attentionUpdated agentChanged attentionResolved ");
+  client.request(makeReport(Activity::idle));
+  EXPECT_EQ(pushed(), "") << "news of the agent alone";
   EXPECT_EQ(pushed(), "nothing");
 }
 
 TEST_F(AgentsAndAttention, TheEndOfTheChildEndsItsAgentAndItsDescriptor) {
-  create("read line");
+  create("printf '" + start + "'; read go", "/", {.processExits = true});
+  service.turnUntil([&] { return ask(Action::getAgentState).session->commands->size() == 1; });
   bind();
   const std::filesystem::path contexts = service.root() + "/native-tools/native-agent-contexts";
   EXPECT_FALSE(std::filesystem::is_empty(contexts));
   events();
   pressReturn();
-  service.turnUntil([&] { return !ask(Action::getAgentState).session->running; });
+  service.turnUntil([&] {
+    const auto& now = ask(Action::getAgentState).session;
+    return !now->running && now->commands->front().endedAt;
+  });
   EXPECT_TRUE(std::filesystem::is_empty(contexts));
   EXPECT_EQ(ask(Action::getAgentState).session->agent->activity, Activity::exited);
   EXPECT_EQ(client.request(makeReport(Activity::working)).error, "unavailable");
   EXPECT_EQ(textOf(ask(Action::listAttention)), "processExited v1");
-  EXPECT_TRUE(events().ends_with("agentChanged processExited attentionCreated "));
+  EXPECT_NE(events().find("agentChanged processExited attentionCreated "), std::string::npos);
   EXPECT_TRUE(client.request(make(Action::close)).ok);
   EXPECT_EQ(events(), "closed attentionResolved ");
 }
 
 TEST_F(AgentsAndAttention, CommandsAndBellsLeaveReminders) {
-  const std::string mark = "\\033]777;Velotide;";
-  create("printf '" + mark + "start=6d616b65\\007'; read go; printf '\\007\\007" + mark +
-         "end=2\\007'; exec sleep 30");
+  create("printf '" + start + "'; read go; printf '\\007\\007" + end + "'; exec sleep 30");
   service.turnUntil([&] { return ask(Action::getAgentState).session->commands->size() == 1; });
   service.clock.advance(5);
   events();
@@ -152,8 +163,39 @@ TEST_F(AgentsAndAttention, CommandsAndBellsLeaveReminders) {
   EXPECT_EQ(listed.attention->back().terminal->exitCode, 2);
   EXPECT_EQ(listed.attention->back().terminal->commandID,
             ask(Action::getAgentState).session->commands->front().id);
-  EXPECT_TRUE(events().ends_with("attentionCreated commandFinished attentionCreated outputChanged "));
+  EXPECT_TRUE(events().ends_with("attentionCreated commandFinished attentionCreated "));
   EXPECT_EQ(textOf(acknowledge(listed.attention->front())), "commandFailed v1");
+}
+
+TEST_F(AgentsAndAttention, NoticesKeepToTheirSession) {
+  create("printf '" + start + "'; read go; printf '\\007" + end + start + "'; exec sleep 30");
+  service.turnUntil([&] { return ask(Action::getAgentState).session->commands->size() == 1; });
+  TerminalRuntimeRequest request = make(Action::bindAgent);
+  request.agentKind = TerminalAgentKind::claude;
+  request.commandID = ask(Action::getAgentState).session->commands->front().id;
+  grant = client.request(request).agentGrant.value();
+  client.request(makeReport(Activity::blocked, TerminalAgentBlockReason::question));
+  const TerminalRuntimeSessionInfo asking = session;
+
+  create("read go; printf '\\007'");
+  pressReturn();
+  service.turnUntil([&] { return !ask(Action::getAgentState).session->running; });
+  subscribe();
+  EXPECT_EQ(textOf(ask(Action::getAgentState)) + ", " + textOf(ask(Action::read)), "bell v1, bell v1");
+  EXPECT_EQ(textOf(ask(Action::listAttention)), "bell v1");
+  EXPECT_EQ(textOf(client.request(client.make(Action::listAttention))), "question v1, bell v1");
+
+  // The agent's bell is its question; the end of the command that carries the agent ends both.
+  session = asking;
+  events();
+  pressReturn();
+  service.turnUntil([&] { return ask(Action::getAgentState).session->commands->size() == 2; });
+  EXPECT_EQ(events(), "commandFinished agentChanged attentionResolved commandStarted ");
+  EXPECT_EQ(ask(Action::getAgentState).session->agent->reason, TerminalAgentReason::commandEnded);
+  EXPECT_EQ(textOf(ask(Action::listAttention)), "");
+  EXPECT_TRUE(ask(Action::close).ok);
+  EXPECT_EQ(events(), "commandFinished closed ");
+  EXPECT_TRUE(std::filesystem::is_empty(service.root() + "/native-tools/native-agent-contexts"));
 }
 
 TEST_F(AgentsAndAttention, ALoosenedDescriptorDirectoryRefusesTheSession) {
