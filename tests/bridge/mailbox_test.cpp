@@ -17,8 +17,9 @@ const std::string request = R"("action":"list_attention")";
 
 TEST_F(Bridge, HostileFilesAreRemovedWithoutAnAnswer) {
   const auto path = [this] { return root + "/requests/" + newText() + ".json"; };
-  put("elsewhere.json", "{}");
-  fs::create_symlink(root + "/elsewhere.json", path());
+  const std::string linked = drop(request);
+  fs::rename(root + "/requests/" + linked + ".json", root + "/elsewhere.json");
+  fs::create_symlink(root + "/elsewhere.json", root + "/requests/" + linked + ".json");
   fs::create_symlink("/dev/zero", path());
   fs::create_symlink("loop.json", root + "/requests/loop.json");
   ASSERT_EQ(::mkfifo(path().c_str(), 0600), 0);

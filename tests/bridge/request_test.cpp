@@ -97,11 +97,15 @@ TEST_F(Bridge, RequestIsAnsweredAtOnceAndWaitByItsResult) {
       ask(R"("action":"cancel_wait","controlID":")" + owner + R"(","waitID":")" + cancelled + "\"");
   EXPECT_TRUE(answer.ok && !answer.waitResult);
   EXPECT_EQ(collect(cancelled)->waitResult->outcome, TerminalWaitOutcome::cancelled);
-  events.publish(tab, TerminalSessionEventKind::outputChanged, now);
+  now = now + 30;
   pass();
   const auto result = collect(silent);
   EXPECT_EQ(result->action, "wait_session");
-  EXPECT_EQ(result->waitResult->event, events.eventAt(1));
+  EXPECT_EQ(result->waitResult->outcome, TerminalWaitOutcome::timeout);
+  events.publish(tab, TerminalSessionEventKind::outputChanged, now);
+  const std::string matched = begin("");
+  pass();
+  EXPECT_EQ(collect(matched)->waitResult->event, events.eventAt(1));
   EXPECT_TRUE(ask(R"("action":"cancel_all_waits","controlID":")" + owner + "\"").ok);
   const std::string refused = begin("");
   pass();

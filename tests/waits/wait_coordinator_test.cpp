@@ -205,7 +205,9 @@ TEST_F(Waits, AreCancelledByTheirOwnerAloneAndUpToAMinuteEarly) {
     EXPECT_FALSE(waits.cancel(early, by, now));
     waits.expire(now + pause);
     waits.drainCompletions();
-    return begin(spec(Condition::events), owner, early);
+    const std::string outcome = begin(spec(Condition::events), owner, early);
+    EXPECT_NE(begin(spec(Condition::events), owner, early), "cancelled") << "it is used up";
+    return outcome;
   };
   EXPECT_EQ(outcomeAfter(owner, 60), "cancelled");
   EXPECT_EQ(outcomeAfter(owner, 60.1), "");
