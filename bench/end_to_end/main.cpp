@@ -6,6 +6,7 @@
 #include <climits>
 #include <fstream>
 #include <iostream>
+#include <sstream>
 #include <stdexcept>
 
 #include "end_to_end/measures.h"
@@ -103,9 +104,19 @@ Options optionsFrom(const std::vector<std::string>& arguments) {
   return options;
 }
 
+// Other work on the machine shows in every figure; whoever reads the table should know of it.
+void noteLoad(Report& report) {
+  double oneMinute = 0;
+  if (::getloadavg(&oneMinute, 1) != 1) return;
+  std::ostringstream text;
+  text << "load average at the start: " << oneMinute;
+  report.note(text.str());
+}
+
 // Figures reach the table as far as they were measured, also when one measure fails.
 int runMeasures(const Options& options) {
   Report report;
+  noteLoad(report);
   bool found = false;
   int status = 0;
   for (const Measure& measure : measures) {
