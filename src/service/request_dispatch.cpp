@@ -243,10 +243,11 @@ void RequestDispatch::reportAgent(const TerminalRuntimeRequest& request, Runtime
 }
 
 void RequestDispatch::inspectInput(const RuntimeSession& session, TerminalRuntimeResponse& response) const {
-  response.echoEnabled = session.echoes();
-  response.foregroundPID = session.foregroundProcessGroup();
-  const bool known = session.running() && response.echoEnabled && response.foregroundPID;
-  require(known, RuntimeFailure::unavailable);
+  const std::optional<bool> echo = session.echoes();
+  const std::optional<std::int32_t> group = session.foregroundProcessGroup();
+  require(session.running() && echo && group, RuntimeFailure::unavailable);
+  response.echoEnabled = echo;
+  response.foregroundPID = group;
 }
 
 void RequestDispatch::close(const TerminalRuntimeRequest& request, RuntimeSession& session,
