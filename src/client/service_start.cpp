@@ -20,7 +20,7 @@ constexpr Seconds helloDeadline = 5;
 
 std::string serviceExecutable() {
   const std::string own = platform::executablePath();
-  const std::string beside = own.substr(0, own.rfind('/') + 1) + "velotide-runtime";
+  std::string beside = own.substr(0, own.rfind('/') + 1) + "velotide-runtime";
   if (beside.front() == '/' && ::access(beside.c_str(), X_OK) == 0) return beside;
   const FoundProgram found = findProgram("velotide-runtime");
   if (found.path.empty())
