@@ -6,7 +6,8 @@ namespace velotide::client {
 
 namespace {
 
-constexpr std::string_view bash = R"script(# velotide completion bash > ~/.local/share/bash-completion/completions/velotide
+constexpr std::string_view bash =
+    R"script(# velotide completion bash > ~/.local/share/bash-completion/completions/velotide
 _velotide() {
   local word=${COMP_WORDS[COMP_CWORD]} command= index
   for ((index = 1; index < COMP_CWORD; index++)); do
@@ -64,7 +65,8 @@ _velotide() {
     else compdef _velotide velotide; fi
 )script";
 
-constexpr std::string_view fish = R"script(# velotide completion fish > ~/.config/fish/completions/velotide.fish
+constexpr std::string_view fish =
+    R"script(# velotide completion fish > ~/.config/fish/completions/velotide.fish
 set -l commands new attach run ls show read send resize restart close status stop completion
 complete -c velotide -n "not __fish_seen_subcommand_from $commands" -f -a "$commands"
 complete -c velotide -l root -r -d 'directory of the service'
@@ -75,11 +77,11 @@ complete -c velotide -n '__fish_seen_subcommand_from new run' -a '(__fish_comple
 complete -c velotide -n '__fish_seen_subcommand_from completion' -f -a 'bash zsh fish'
 )script";
 
-    }  // namespace
+}  // namespace
 
-    int printCompletion(const std::string& shell) {
-      print(shell == "bash" ? bash : shell == "zsh" ? zsh : fish);
-      return 0;
-    }
+int printCompletion(const std::string& shell) {
+  print(shell == "bash" ? bash : shell == "zsh" ? zsh : fish);
+  return 0;
+}
 
-    }  // namespace velotide::client
+}  // namespace velotide::client

@@ -129,13 +129,25 @@ void startDirectly(TerminalRuntimeLaunch& launch, const Program& program) {
   launch.arguments.assign(program.words.begin() + 1, program.words.end());
 }
 
+std::string_view setUp(LaunchWish::Streams streams) {
+  switch (streams) {
+    case LaunchWish::Streams::terminal:
+      return "";
+    case LaunchWish::Streams::plain:
+      return "stty -echo -opost -ixon; ";
+    case LaunchWish::Streams::plainStoppable:
+      return "stty -echo -opost ixon -ixany; ";
+  }
+  return "";
+}
+
 // The wrapping shell knows the program by the name that was given, so that it finds it as its argument zero.
 // A login shell's argument zero is no path; only some shells can pass one.
 void startThroughShell(TerminalRuntimeLaunch& launch, const Program& program, LaunchWish::Streams streams) {
   char prelude[64];
   std::snprintf(prelude, sizeof prelude, "umask %04o; ", static_cast<unsigned>(ownMask()));
   std::string script = prelude;
-  if (streams == LaunchWish::Streams::plain) script += "stty -echo -opost ixon -ixany; ";
+  script += setUp(streams);
   const bool passesName = program.isLogin && ::access("/bin/bash", X_OK) == 0;
   launch.executable = passesName ? "/bin/bash" : "/bin/sh";
   if (passesName) {

@@ -16,6 +16,8 @@ struct LaunchWish {
     terminal,
     // For data from and to pipes: the terminal neither echoes nor translates.
     plain,
+    // The same, with keys that stop and continue its output.
+    plainStoppable,
   };
 
   Uuid sessionID;

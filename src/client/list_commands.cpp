@@ -1,6 +1,7 @@
 #include "client/commands.h"
 #include "client/printing.h"
 #include "client/session_names.h"
+#include "client/trouble.h"
 
 namespace velotide::client {
 
@@ -33,8 +34,16 @@ std::string describe(const TerminalRuntimeCommandInfo& command) {
 }  // namespace
 
 int listSessions(Service& service, bool asJson, bool namesOnly) {
-  const std::vector<TerminalRuntimeSessionInfo> sessions = service.sessions();
+  std::vector<TerminalRuntimeSessionInfo> sessions;
+  std::optional<Trouble> trouble;
+  try {
+    sessions = service.sessions();
+  } catch (const Trouble& found) {
+    if (found.status != ExitStatus::notRunning) throw;
+    trouble = found;
+  }
   if (asJson && sessions.empty()) print("[]\n");
+  if (trouble) throw *trouble;
   std::vector<std::vector<std::string>> rows;
   for (const TerminalRuntimeSessionInfo& session : sessions) {
     if (asJson)

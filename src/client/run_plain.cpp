@@ -22,16 +22,18 @@ namespace velotide::client {
 
 namespace {
 
-// Output on its way: past `stopAt` the program is made to stop printing, below `resumeAt` to go on. What
-// comes until it stops is far less than `fullAt`, from which on the service drops what it cannot hold.
-constexpr std::size_t stopAt = 1024 * 1024;
-constexpr std::size_t resumeAt = 256 * 1024;
+// The service lets go of whoever falls 2 MiB behind, which at a program's full speed takes 20 ms. So output
+// comes in bursts: after so much of it no more input is passed on and the program's terminal is told to stop,
+// until that is done and what came is nearly written.
+constexpr std::size_t burst = 256 * 1024;
+constexpr std::size_t resumeAt = 64 * 1024;
+// From here on the service drops what it cannot hold.
 constexpr std::size_t fullAt = 64 * 1024 * 1024;
 // Written in one turn.
 constexpr std::size_t fairShare = 256 * 1024;
 constexpr std::size_t maximumUnsent = 65536;
-// The key that lets a terminal go on waits behind input that the stopped program does not read; so much always
-// has room in the terminal. With more of it, holding back the input has to do.
+// The key that lets a terminal go on waits behind input that the stopped program does not read; so much
+// always has room in the terminal. With more of it, holding back the input has to do.
 constexpr std::size_t stoppableInput = 500;
 // How long to wait for the terminal to be set up before data is written into it all the same.
 constexpr Seconds setUpDeadline = 3;
@@ -51,7 +53,10 @@ class PlainRun final : SessionLink::Observer {
   int run();
 
  private:
-  void takeOutput(ByteView output, std::uint64_t) override { output_.append(output); }
+  void takeOutput(ByteView output, std::uint64_t) override {
+    output_.append(output);
+    burst_ += output.size();
+  }
   void missOutput(std::uint64_t bytes) override { missed_ += bytes; }
   void takeState(const TerminalRuntimeSessionInfo&) override {}
   void refuseInput() override;
@@ -75,11 +80,13 @@ class PlainRun final : SessionLink::Observer {
   SignalPipe signals_{{SIGTERM, SIGHUP, SIGINT, SIGQUIT, SIGPIPE}};
   // A write of at most so much never blocks when poll(2) said that it can be done.
   const std::size_t writeBytes_ = isPipeLike(STDOUT_FILENO) ? PIPE_BUF : 65536;
+  const bool mayStop_ = inputAllowsStopping();
   const Uptime begin_ = now();
   std::uint64_t missed_ = 0;
   int endingSignal_ = 0;
   bool hasInput_ = true;
   std::size_t sentInput_ = 0;
+  std::size_t burst_ = 0;
   bool isHeld_ = false;
   bool isStopped_ = false;
   bool isRefused_ = false;
@@ -111,9 +118,9 @@ void PlainRun::turn() {
   if (entries[0].revents != 0) takeSignals();
   if (entries[1].revents != 0) readInput();
   if (now() - begin_ > setUpDeadline) link_.input().expectNoEcho(false);
-  control();
   link_.turn(entries[2].revents);
   if (!output_.empty()) write();
+  if (!link_.ending()) control();
 }
 
 int PlainRun::pollTimeout() const {
@@ -152,7 +159,8 @@ void PlainRun::write() {
     if (count < 0 && (errno == EAGAIN || errno == EINTR)) return;
     if (count < 0) {
       endingSignal_ = SIGPIPE;
-      if (errno != EPIPE) service_.notices().error("standard output takes no more: check the disk behind it.");
+      if (errno != EPIPE)
+        service_.notices().error("standard output takes no more: check the disk behind it.");
       return;
     }
     output_.consume(static_cast<std::size_t>(count));
@@ -161,14 +169,18 @@ void PlainRun::write() {
 }
 
 void PlainRun::control() {
-  if (!isHeld_ && output_.size() > stopAt) {
+  if (!isHeld_ && (burst_ >= burst || output_.size() >= burst)) {
     isHeld_ = true;
-    isStopped_ = sentInput_ < stoppableInput;
+    isStopped_ = mayStop_ && sentInput_ < stoppableInput;
     if (isStopped_) type(PlainInput::stop);
-  } else if (isHeld_ && output_.size() < resumeAt) {
+  }
+  // Not before the service has passed on all keys: only then is the stop known to have worked.
+  if (isHeld_ && output_.size() < resumeAt && link_.input().empty()) {
     isHeld_ = false;
+    burst_ = 0;
     if (std::exchange(isStopped_, false)) type(PlainInput::resume);
   }
+  link_.turn(0);
 }
 
 void PlainRun::refuseInput() {
@@ -190,6 +202,11 @@ int PlainRun::status() const {
 }
 
 }  // namespace
+
+bool inputAllowsStopping() {
+  struct stat status {};
+  return ::fstat(STDIN_FILENO, &status) != 0 || S_ISCHR(status.st_mode);
+}
 
 int runPlain(Service& service, const TerminalRuntimeSessionInfo& session) {
   return PlainRun(service, session).run();

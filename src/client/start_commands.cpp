@@ -77,7 +77,8 @@ int attachSession(Service& service, const std::string& name, const std::string& 
 int runProgram(Service& service, const StartOptions& options) {
   const bool isTerminal = LocalTerminal::isPresent();
   LaunchWish wish = wishFor(service, options);
-  if (!isTerminal) wish.streams = LaunchWish::Streams::plain;
+  if (!isTerminal)
+    wish.streams = inputAllowsStopping() ? LaunchWish::Streams::plainStoppable : LaunchWish::Streams::plain;
   const TerminalRuntimeSessionInfo session = create(service, wish);
   // Also when something goes wrong: nobody else knows of the session.
   struct Closing {
