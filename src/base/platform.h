@@ -49,4 +49,7 @@ void keepFromChildren(void* region, std::size_t size);
 // Path of the running executable; empty when the system does not tell.
 std::string executablePath();
 
+// Whether /bin/bash is the version 3.2 that a system kept.
+extern const bool hasOldBash;
+
 }  // namespace velotide::platform

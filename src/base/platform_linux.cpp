@@ -88,4 +88,6 @@ std::string executablePath() {
   return length > 0 ? std::string(path, static_cast<std::size_t>(length)) : std::string();
 }
 
+const bool hasOldBash = false;
+
 }  // namespace velotide::platform

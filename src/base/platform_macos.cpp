@@ -88,4 +88,6 @@ std::string executablePath() {
   return _NSGetExecutablePath(path, &size) == 0 ? std::string(path) : std::string();
 }
 
+const bool hasOldBash = true;
+
 }  // namespace velotide::platform

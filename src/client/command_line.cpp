@@ -49,6 +49,7 @@ class CommandLine {
   void addRun();
   void addList();
   void addRead();
+  void addCommands();
   void addSend();
   void addSessionChanges();
   void addServiceCommands();
@@ -73,6 +74,8 @@ class CommandLine {
   std::string owner_;
   std::string session_;
   std::string shell_;
+  std::string command_;
+  bool follows_ = false;
   bool asJson_ = false;
   bool namesOnly_ = false;
   bool closesAll_ = false;
@@ -90,6 +93,7 @@ CommandLine::CommandLine() {
   addRun();
   addList();
   addRead();
+  addCommands();
   addSend();
   addSessionChanges();
   addServiceCommands();
@@ -112,6 +116,8 @@ void CommandLine::addStartOptions(CLI::App* command, bool attaches) {
   command->prefix_command();
   command->add_option("-C,--directory", start_.directory, "Start there instead of here")
       ->type_name("DIRECTORY");
+  command->add_flag("--no-shell-integration", start_.leavesShellAlone,
+                    "Do not make bash, zsh or fish tell which commands run");
   if (!attaches) return;
   command->add_flag("-d,--detached", start_.isDetached, "Print the session's ID instead of attaching");
   command->add_flag("-l,--login", start_.isLogin, "Start the shell as a login shell");
@@ -189,6 +195,32 @@ void CommandLine::addRead() {
       "(bytes before\n"
       "it that are no longer held). --follow ends with a line of session, cursor, ended (exited, closed or\n"
       "serviceGone) and exitStatus.");
+}
+
+void CommandLine::addCommands() {
+  CLI::App* commands = add("commands", "List the commands that ran in a session", [this](Service& service) {
+    return listCommands(service, session_, follows_, asJson_);
+  });
+  commands->add_option("SESSION", session_, sessionHelp)->required();
+  commands->add_flag("-f,--follow", follows_, "Go on as commands start and end, until the session ends");
+  commands->add_flag("--json", asJson_, "One command a line as JSON; [] when there is none");
+  commands->footer(
+      "\nThe latest 8 are listed; --follow tells every later one twice, when it starts and when it ends.\n"
+      "Fields of a command: id, generation, markerOffset, startedAt, endedAt, exitCode, state (running, "
+      "succeeded,\n"
+      "failed, superseded, completed_unknown_status). Dates are seconds since 2001-01-01 00:00:00 UTC; "
+      "fields "
+      "without\n"
+      "a value are left out.");
+  CLI::App* output = add("output", "Print what one command of a session printed", [this](Service& service) {
+    return printCommandOutput(service, session_, command_, follows_);
+  });
+  output->add_option("SESSION", session_, sessionHelp)->required();
+  output->add_option("COMMAND", command_, "The command's ID, an unambiguous beginning of it, or last")
+      ->required();
+  output->add_flag("-f,--follow", follows_, "Of a command that is running: go on to its end");
+  output->footer(
+      "\nPrints exactly the bytes, as long as the session holds all of them (the newest MiB of its output).");
 }
 
 void CommandLine::addSend() {

@@ -14,6 +14,8 @@ struct StartOptions {
   bool isLogin = false;
   bool removesAtEnd = false;
   bool asJson = false;
+  // Without shell integration.
+  bool leavesShellAlone = false;
   std::string directory;
   std::string detachKey = "ctrl-\\";
   std::vector<std::string> command;
@@ -51,6 +53,13 @@ int restartSession(Service& service, const std::string& name, const StartOptions
 // list_commands.cpp
 int listSessions(Service& service, bool asJson, bool namesOnly);
 int showSession(Service& service, const std::string& name, bool asJson);
+
+// commands_command.cpp
+int listCommands(Service& service, const std::string& name, bool follows, bool asJson);
+
+// output_command.cpp
+int printCommandOutput(Service& service, const std::string& sessionName, const std::string& commandName,
+                       bool follows);
 
 // read_command.cpp
 int readOutput(Service& service, const ReadOptions& options);

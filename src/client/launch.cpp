@@ -10,8 +10,10 @@
 #include <cstdio>
 #include <cstdlib>
 
+#include "base/platform.h"
 #include "base/utf8.h"
 #include "client/search_path.h"
+#include "client/shell_integration.h"
 #include "client/trouble.h"
 
 extern char** environ;
@@ -123,6 +125,21 @@ Program programOf(const LaunchWish& wish) {
   return program;
 }
 
+void loadShellIntegration(Program& program, std::map<std::string, std::string>& environment,
+                          const Notices& notices) {
+  ShellStart start{program.path, program.words, environment};
+  if (!takesShellIntegration(start)) return;
+  const std::string directory = shellIntegrationDirectory(platform::executablePath());
+  if (directory.empty() || !isValidUtf8(bytesOf(directory)))
+    return notices.note(
+        "The scripts of the shell integration were not found: commands will not be tracked. Install them, or "
+        "name their directory with VELOTIDE_SHELL_INTEGRATION.");
+  start = withShellIntegration(std::move(start), directory,
+                               platform::hasOldBash ? SystemBash::old : SystemBash::current);
+  program.words = std::move(start.words);
+  environment = std::move(start.environment);
+}
+
 void startDirectly(TerminalRuntimeLaunch& launch, const Program& program) {
   launch.executable = program.path;
   launch.executableName = program.words.front();
@@ -153,12 +170,12 @@ void startThroughShell(TerminalRuntimeLaunch& launch, const Program& program, La
   if (passesName) {
     // -p: the person's start-up files are for the shell that follows.
     launch.arguments = {"-p", "-c", script + "exec -a \"$0\" \"$@\"", program.words.front(), program.path};
-  } else if (program.isLogin) {
-    launch.arguments = {"-c", script + "exec \"$@\"", "sh", program.path, "-l"};
   } else {
-    launch.arguments = {"-c", script + "exec \"$@\"", "sh"};
-    launch.arguments.insert(launch.arguments.end(), program.words.begin(), program.words.end());
+    launch.arguments = {"-c", script + "exec \"$@\"", "sh",
+                        program.isLogin ? program.path : program.words.front()};
   }
+  launch.arguments.insert(launch.arguments.end(), program.words.begin() + 1, program.words.end());
+  if (program.isLogin && !passesName) launch.arguments.emplace_back("-l");
 }
 
 void check(const TerminalRuntimeLaunch& launch) {
@@ -197,14 +214,15 @@ std::vector<Uuid> surroundingSessions() {
   return sessions;
 }
 
-TerminalRuntimeLaunch composeLaunch(const LaunchWish& wish) {
+TerminalRuntimeLaunch composeLaunch(const LaunchWish& wish, const Notices& notices) {
   TerminalRuntimeLaunch launch;
   launch.directory = directoryOf(wish);
   launch.environment = environmentFor(wish);
   if (!wish.directory.empty()) launch.environment["PWD"] = launch.directory;
   launch.columns = wish.columns;
   launch.rows = wish.rows;
-  const Program program = programOf(wish);
+  Program program = programOf(wish);
+  if (wish.loadsShellIntegration) loadShellIntegration(program, launch.environment, notices);
   if (ownMask() == serviceMask && wish.streams == LaunchWish::Streams::terminal)
     startDirectly(launch, program);
   else

@@ -1,16 +1,12 @@
-#include <poll.h>
-#include <unistd.h>
-
+#include <algorithm>
 #include <array>
 #include <charconv>
 
 #include "client/commands.h"
+#include "client/follow.h"
 #include "client/printing.h"
-#include "client/session_link.h"
 #include "client/session_names.h"
-#include "client/signal_pipe.h"
-#include "client/terminal_modes.h"
-#include "client/terminal_questions.h"
+#include "client/shown_output.h"
 #include "client/trouble.h"
 
 namespace velotide::client {
@@ -76,23 +72,14 @@ class OutputPrinter final : public SessionLink::Observer {
  public:
   OutputPrinter(const Service& service, const ReadOptions& options, const Uuid& session)
       : service_(service), options_(options), session_(session) {}
-  ~OutputPrinter() override {
-    const std::string off = modes_.switchOff();
-    [[maybe_unused]] const ssize_t written = ::write(STDOUT_FILENO, off.data(), off.size());
-  }
 
   void takeOutput(ByteView output, std::uint64_t offset) override {
     if (options_.asJson) {
       TerminalRuntimeOutputCursor cursor{generation, offset + output.size()};
       printJson(OutputRecord{session_, CarriedBytes(output, {}), cursor, missed_, {}, {}});
       missed_.reset();
-    } else if (isTerminal_) {
-      // No program waits for the answers of this terminal; they would be taken for typing here.
-      const std::string shown = past_.filter(textOf(output));
-      modes_.observe(shown);
-      print(shown);
     } else {
-      print(output);
+      shown_.print(output);
     }
   }
   void missOutput(std::uint64_t bytes) override {
@@ -113,10 +100,8 @@ class OutputPrinter final : public SessionLink::Observer {
   const Service& service_;
   const ReadOptions& options_;
   const Uuid& session_;
-  const bool isTerminal_ = ::isatty(STDOUT_FILENO) == 1;
   std::optional<std::uint64_t> missed_;
-  PastOutput past_;
-  TerminalModes modes_;
+  ShownOutput shown_;
 };
 
 TerminalRuntimeOutputCursor readHeld(Service& service, const TerminalRuntimeSessionInfo& session,
@@ -137,21 +122,13 @@ TerminalRuntimeOutputCursor readHeld(Service& service, const TerminalRuntimeSess
   }
 }
 
-TerminalRuntimeOutputCursor follow(Service& service, const TerminalRuntimeSessionInfo& session,
+TerminalRuntimeOutputCursor readOn(Service& service, const TerminalRuntimeSessionInfo& session,
                                    std::optional<TerminalRuntimeOutputCursor> cursor, OutputPrinter& printer,
                                    bool asJson) {
   SessionLink link(service, printer, session, cursor);
   link.open();
-  SignalPipe signals({SIGINT, SIGTERM, SIGHUP});
-  while (!link.ending()) {
-    std::array<pollfd, 2> entries = {{{signals.descriptor(), POLLIN, 0}, link.pollEntry()}};
-    const std::optional<Uptime> deadline = link.deadline();
-    ::poll(entries.data(), entries.size(),
-           deadline ? std::max(static_cast<int>((*deadline - now()) * 1000), 0) + 1 : -1);
-    if (entries[0].revents != 0)
-      return link.cursor().value_or(TerminalRuntimeOutputCursor{session.generation, 0});
-    link.turn(entries[1].revents);
-  }
+  if (follow(link, [] { return false; }) == Followed::interrupted)
+    return link.cursor().value_or(TerminalRuntimeOutputCursor{session.generation, 0});
   const SessionEnding& ending = *link.ending();
   if (asJson) {
     OutputRecord record{session.id, {}, link.cursor(), {}, endingWords[static_cast<std::size_t>(ending.kind)],
@@ -173,7 +150,7 @@ int readOutput(Service& service, const ReadOptions& options) {
   {
     OutputPrinter printer(service, options, session.id);
     printer.generation = session.generation;
-    end = options.follows ? follow(service, session, begin, printer, options.asJson)
+    end = options.follows ? readOn(service, session, begin, printer, options.asJson)
                           : readHeld(service, session, begin, printer);
   }
   if (options.showsCursor) service.notices().error("cursor " + cursorText(end));

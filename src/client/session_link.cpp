@@ -157,6 +157,7 @@ void SessionLink::takeSubscription(const TerminalRuntimeResponse& response) {
   }
   takeOutput(response);
   observer_.takeState(session_);
+  if (response.eventHead) eventHead_ = response.eventHead;
   watchForEnd(response);
 }
 

@@ -17,6 +17,7 @@ LaunchWish wishFor(const Service& service, const StartOptions& options) {
   wish.sessionID = Uuid::random();
   wish.command = options.command;
   wish.isLogin = options.isLogin;
+  wish.loadsShellIntegration = !options.leavesShellAlone;
   wish.directory = options.directory;
   wish.root = service.root().path();
   wish.columns = size.columns;
@@ -35,7 +36,7 @@ TerminalRuntimeSessionInfo started(Service& service, TerminalRuntimeRequest requ
 
 TerminalRuntimeSessionInfo create(Service& service, const LaunchWish& wish) {
   TerminalRuntimeRequest request = TerminalRuntimeRequest::make(TerminalRuntimeAction::create);
-  request.launch = composeLaunch(wish);
+  request.launch = composeLaunch(wish, service.notices());
   request.sessionID = wish.sessionID;
   service.ensureRuns();
   return started(service, std::move(request));
@@ -108,7 +109,7 @@ int restartSession(Service& service, const std::string& name, const StartOptions
     wish.rows = before.rows;
   }
   TerminalRuntimeRequest request = Service::about(before, TerminalRuntimeAction::restartExited);
-  request.launch = composeLaunch(wish);
+  request.launch = composeLaunch(wish, service.notices());
   return showStarted(service, started(service, std::move(request)), options);
 }
 

@@ -35,6 +35,10 @@ class TerminalShellIntegrationParser {
 
   // How far back from the stream's end the parser still looks.
   std::size_t retainedByteCount() const;
+  // How many of the stream's last bytes may belong to a mark that is still open.
+  std::size_t openMarkByteCount() const {
+    return state_ == State::searching ? prefixMatched_ : retainedByteCount();
+  }
 
  private:
   enum class State {

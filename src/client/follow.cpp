@@ -1,0 +1,24 @@
+#include "client/follow.h"
+
+#include <algorithm>
+#include <array>
+
+#include "client/signal_pipe.h"
+
+namespace velotide::client {
+
+Followed follow(SessionLink& link, const std::function<bool()>& hasEnough) {
+  SignalPipe signals({SIGINT, SIGTERM, SIGHUP});
+  while (!hasEnough()) {
+    if (link.ending()) return Followed::sessionEnded;
+    std::array<pollfd, 2> entries = {{{signals.descriptor(), POLLIN, 0}, link.pollEntry()}};
+    const std::optional<Uptime> deadline = link.deadline();
+    ::poll(entries.data(), entries.size(),
+           deadline ? std::max(static_cast<int>((*deadline - now()) * 1000), 0) + 1 : -1);
+    if (entries[0].revents != 0) return Followed::interrupted;
+    link.turn(entries[1].revents);
+  }
+  return Followed::enough;
+}
+
+}  // namespace velotide::client

@@ -1,0 +1,144 @@
+#include <algorithm>
+#include <cctype>
+
+#include "client/attach.h"
+#include "client/command_output.h"
+#include "client/commands.h"
+#include "client/follow.h"
+#include "client/launch.h"
+#include "client/session_journal.h"
+#include "client/session_names.h"
+#include "client/shown_output.h"
+#include "client/trouble.h"
+
+namespace velotide::client {
+
+namespace {
+
+[[noreturn]] void failNotHeld() {
+  throw Trouble(
+      "The output of that command is no longer held, at least not from its beginning. What is held of the "
+      "session's: velotide read");
+}
+
+std::vector<KnownCommand> describedCommands(const TerminalRuntimeSessionInfo& session) {
+  std::vector<KnownCommand> commands;
+  for (const auto& command : session.commands.value_or(std::vector<TerminalRuntimeCommandInfo>()))
+    commands.push_back(KnownCommand::of(command));
+  return commands;
+}
+
+bool isSurrounding(const Uuid& session) {
+  const std::vector<Uuid> surrounding = surroundingSessions();
+  return std::find(surrounding.begin(), surrounding.end(), session) != surrounding.end();
+}
+
+KnownCommand lastCommand(const TerminalRuntimeSessionInfo& session) {
+  std::vector<KnownCommand> commands = describedCommands(session);
+  // In the session itself this very command is the one that runs.
+  if (!commands.empty() && commands.back().isRunning() && isSurrounding(session.id)) commands.pop_back();
+  if (commands.empty()) throw Trouble("No command ran in the session so far, or none was told of.");
+  return commands.back();
+}
+
+// The one whose ID begins so, if there is one.
+std::optional<KnownCommand> named(const std::string& name, const std::vector<KnownCommand>& commands) {
+  std::string wanted = name;
+  std::transform(wanted.begin(), wanted.end(), wanted.begin(),
+                 [](unsigned char letter) { return static_cast<char>(std::toupper(letter)); });
+  std::optional<KnownCommand> found;
+  for (const KnownCommand& command : commands) {
+    if (!command.id.text().starts_with(wanted)) continue;
+    if (found)
+      throw Trouble(name + " fits several commands, among them " + found->id.text() + " and " +
+                    command.id.text() + ". Give more of the ID.");
+    found = command;
+  }
+  return found;
+}
+
+KnownCommand findCommand(Service& service, const TerminalRuntimeSessionInfo& session,
+                         const std::string& name) {
+  if (name == "last") return lastCommand(session);
+  if (std::optional<KnownCommand> found = named(name, describedCommands(session))) return *found;
+  // An older one, if its output is held still.
+  if (std::optional<KnownCommand> found = named(name, heldCommands(service, session, 0).commands))
+    return *found;
+  throw Trouble("No command of the session is named " + name +
+                ", or its output is no longer held. `velotide commands` shows the latest.");
+}
+
+void printHeld(Service& service, const TerminalRuntimeSessionInfo& session, const KnownCommand& command) {
+  ShownOutput shown;
+  CommandOutput scan(command.markerOffset);
+  ByteQueue output;
+  const bool isHeld =
+      readJournal(service, session, command.markerOffset, [&](ByteView piece, std::uint64_t offset) {
+        scan.accept(piece, offset, output);
+        shown.print(output.view());
+        output.clear();
+        return scan.hasStarted() && !scan.isOver();
+      });
+  if (!isHeld || !scan.hasStarted()) failNotHeld();
+}
+
+// Output of a command that runs, as it comes.
+class RunningOutput final : public SessionLink::Observer {
+ public:
+  RunningOutput(const Notices& notices, std::uint64_t markerOffset, const Uuid& generation)
+      : notices_(notices), generation_(generation), scan_(markerOffset) {}
+
+  void takeOutput(ByteView output, std::uint64_t offset) override {
+    if (isDone()) return;
+    scan_.accept(output, offset, found_);
+    if (!scan_.hasStarted()) failNotHeld();
+    shown_.print(found_.view());
+    found_.clear();
+  }
+  void missOutput(std::uint64_t) override {
+    if (!isDone()) failNotHeld();
+  }
+  void takeState(const TerminalRuntimeSessionInfo& session) override {
+    isRestarted_ = session.generation != generation_;
+  }
+  void refuseInput() override {}
+  void loseConnection() override { notices_.note("connection lost: trying again"); }
+  void regainConnection() override {}
+
+  bool isDone() const { return isRestarted_ || scan_.isOver(); }
+
+ private:
+  const Notices& notices_;
+  const Uuid generation_;
+  ShownOutput shown_;
+  CommandOutput scan_;
+  ByteQueue found_;
+  bool isRestarted_ = false;
+};
+
+void printRunning(Service& service, const TerminalRuntimeSessionInfo& session, const KnownCommand& command) {
+  refuseOwnSession(session.id);
+  RunningOutput output(service.notices(), command.markerOffset, session.generation);
+  SessionLink link(service, output, session,
+                   TerminalRuntimeOutputCursor{session.generation, command.markerOffset});
+  link.open();
+  const Followed outcome = follow(link, [&] { return output.isDone(); });
+  if (outcome == Followed::sessionEnded && link.ending()->kind == SessionEnding::Kind::serviceGone)
+    throw Trouble("The service is gone, and the session with it.", ExitStatus::notRunning);
+}
+
+}  // namespace
+
+int printCommandOutput(Service& service, const std::string& sessionName, const std::string& commandName,
+                       bool follows) {
+  const TerminalRuntimeSessionInfo session = findSession(service, sessionName);
+  const KnownCommand command = findCommand(service, session, commandName);
+  if (command.generation != session.generation) failNotHeld();
+  if (follows && command.isRunning())
+    printRunning(service, session, command);
+  else
+    printHeld(service, session, command);
+  return ExitStatus::success;
+}
+
+}  // namespace velotide::client
