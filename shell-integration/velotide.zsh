@@ -14,7 +14,7 @@ fi
 [[ ! -o 'allexport' ]] || __velotide_options+=' allexport'
 'builtin' 'setopt' 'no_aliases' 'no_allexport'
 
-typeset -g __velotide_running= __velotide_directory= __velotide_here= __velotide_fixed_context=
+typeset -g __velotide_eol_mark= __velotide_running= __velotide_directory= __velotide_here= __velotide_fixed_context=
 
 # Sets REPLY to the bytes of a text as hexadecimal digits.
 __velotide_hex() {
@@ -63,6 +63,26 @@ __velotide_look_around() {
   fi
 }
 
+# Before any hook zsh fills the line that a command left unfinished, which is no
+# output of the command. The text it begins with can carry the end mark.
+__velotide_lend_eol_mark() {
+  [[ ${(t)PROMPT_EOL_MARK} != *(export|readonly)* ]] || return
+  __velotide_eol_mark=${+PROMPT_EOL_MARK}${PROMPT_EOL_MARK-}
+  typeset -g PROMPT_EOL_MARK=$__velotide_eol_text${PROMPT_EOL_MARK-'%B%S%#%s%b'}
+}
+
+# Fails when the command has changed the text, so that the mark is missing.
+__velotide_return_eol_mark() {
+  local kept=$__velotide_eol_mark
+  __velotide_eol_mark=
+  [[ ${PROMPT_EOL_MARK-} == "$__velotide_eol_text"* ]] || return 1
+  if [[ $kept == 1* ]]; then
+    PROMPT_EOL_MARK=${kept#1}
+  else
+    unset PROMPT_EOL_MARK
+  fi
+}
+
 __velotide_preexec() {
   { emulate -L zsh -o no_xtrace; trap - DEBUG ZERR } 2>/dev/null
   local REPLY
@@ -71,13 +91,21 @@ __velotide_preexec() {
   __velotide_look_around
   __velotide_print "$__velotide_here"$'\e]777;Velotide;start='$REPLY$'\e\\'
   __velotide_running=1
+  __velotide_lend_eol_mark
   (( ${precmd_functions[(I)__velotide_precmd]} )) || precmd_functions+=(__velotide_precmd)
 }
 
 __velotide_precmd() {
   local -i code=$?
+  local sp=
+  [[ ! -o prompt_sp || ! -o prompt_cr || ! -o prompt_percent ]] || sp=1
   { emulate -L zsh -o no_xtrace; trap - DEBUG ZERR } 2>/dev/null
-  [[ -z $__velotide_running ]] || __velotide_print $'\e]777;Velotide;end='$code$'\e\\'
+  local told=
+  if [[ -n $__velotide_eol_mark ]]; then
+    [[ -z $sp ]] || told=$__velotide_running
+    __velotide_return_eol_mark || told=
+  fi
+  [[ -z $__velotide_running || -n $told ]] || __velotide_print $'\e]777;Velotide;end='$code$'\e\\'
   __velotide_running=
   __velotide_look_around
   __velotide_print "$__velotide_here"
@@ -94,6 +122,8 @@ __velotide_precmd() {
   done
   __velotide_fixed_context=${__velotide_fixed_context#,}
 }
+
+typeset -g __velotide_eol_text=$'%{\e]777;Velotide;end=%?\e\\%}'
 
 # The end comes before what other hooks print, the start after it. Every hook is
 # given the status of the command.

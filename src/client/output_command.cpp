@@ -68,18 +68,22 @@ KnownCommand findCommand(Service& service, const TerminalRuntimeSessionInfo& ses
                 ", or its output is no longer held. `velotide commands` shows the latest.");
 }
 
+// Where to begin reading for it.
+std::uint64_t leadOf(const KnownCommand& command) {
+  return command.markerOffset - std::min(command.markerOffset, CommandOutput::lead);
+}
+
 void printHeld(Service& service, const TerminalRuntimeSessionInfo& session, const KnownCommand& command) {
   ShownOutput shown;
   CommandOutput scan(command.markerOffset);
   ByteQueue output;
-  const bool isHeld =
-      readJournal(service, session, command.markerOffset, [&](ByteView piece, std::uint64_t offset) {
-        scan.accept(piece, offset, output);
-        shown.print(output.view());
-        output.clear();
-        return scan.hasStarted() && !scan.isOver();
-      });
-  if (!isHeld || !scan.hasStarted()) failNotHeld();
+  readJournal(service, session, leadOf(command), [&](ByteView piece, std::uint64_t offset) {
+    scan.accept(piece, offset, output);
+    shown.print(output.view());
+    output.clear();
+    if (scan.isLost()) failNotHeld();
+    return !scan.isOver();
+  });
 }
 
 // Output of a command that runs, as it comes.
@@ -91,13 +95,11 @@ class RunningOutput final : public SessionLink::Observer {
   void takeOutput(ByteView output, std::uint64_t offset) override {
     if (isDone()) return;
     scan_.accept(output, offset, found_);
-    if (!scan_.hasStarted()) failNotHeld();
     shown_.print(found_.view());
     found_.clear();
+    if (scan_.isLost()) failNotHeld();
   }
-  void missOutput(std::uint64_t) override {
-    if (!isDone()) failNotHeld();
-  }
+  void missOutput(std::uint64_t) override {}
   void takeState(const TerminalRuntimeSessionInfo& session) override {
     isRestarted_ = session.generation != generation_;
   }
@@ -120,7 +122,7 @@ void printRunning(Service& service, const TerminalRuntimeSessionInfo& session, c
   refuseOwnSession(session.id);
   RunningOutput output(service.notices(), command.markerOffset, session.generation);
   SessionLink link(service, output, session,
-                   TerminalRuntimeOutputCursor{session.generation, command.markerOffset});
+                   TerminalRuntimeOutputCursor{session.generation, leadOf(command)});
   link.open();
   const Followed outcome = follow(link, [&] { return output.isDone(); });
   if (outcome == Followed::sessionEnded && link.ending()->kind == SessionEnding::Kind::serviceGone)

@@ -6,28 +6,6 @@ namespace velotide::client {
 
 namespace {
 
-using Taker = std::function<bool(ByteView piece, std::uint64_t offset)>;
-
-// Answers with the number of bytes behind `offset` that are no longer held.
-std::uint64_t readPieces(Service& service, const TerminalRuntimeSessionInfo& session, std::uint64_t offset,
-                         bool allowsGap, const Taker& take) {
-  std::uint64_t missed = 0;
-  std::optional<std::uint64_t> end;
-  for (;;) {
-    TerminalRuntimeRequest request = Service::about(session, TerminalRuntimeAction::read);
-    request.after = TerminalRuntimeOutputCursor{session.generation, offset};
-    const TerminalRuntimeResponse response = service.call(request);
-    const ByteView data = response.data.value().head();
-    const std::uint64_t begin = response.cursor.value().offset - data.size();
-    missed += begin - offset;
-    if (missed > 0 && !allowsGap) return missed;
-    // Up to what was there when first asked, or a busy session would never be done.
-    if (!end) end = response.latestOffset;
-    offset = begin + data.size();
-    if (data.empty() || !take(data, begin) || offset >= *end) return missed;
-  }
-}
-
 void apply(const TerminalLocatedShellEvent& mark, const Uuid& generation,
            std::vector<KnownCommand>& commands) {
   const bool hasRunning = !commands.empty() && commands.back().isRunning();
@@ -53,15 +31,27 @@ KnownCommand KnownCommand::of(const TerminalRuntimeCommandInfo& command) {
           command.endedAt, command.exitCode,   command.state};
 }
 
-bool readJournal(Service& service, const TerminalRuntimeSessionInfo& session, std::uint64_t offset,
-                 const Taker& take) {
-  return readPieces(service, session, offset, false, take) == 0;
+void readJournal(Service& service, const TerminalRuntimeSessionInfo& session, std::uint64_t offset,
+                 const std::function<bool(ByteView piece, std::uint64_t offset)>& take) {
+  std::optional<std::uint64_t> end;
+  for (;;) {
+    TerminalRuntimeRequest request = Service::about(session, TerminalRuntimeAction::read);
+    request.after = TerminalRuntimeOutputCursor{session.generation, offset};
+    const TerminalRuntimeResponse response = service.call(request);
+    const ByteView data = response.data.value().head();
+    offset = response.cursor.value().offset;
+    // Up to what was there when first asked, or a busy session would never be done.
+    if (!end) end = response.latestOffset;
+    if (data.empty() || !take(data, offset - data.size()) || offset >= *end) return;
+  }
 }
 
 HeldCommands heldCommands(Service& service, const TerminalRuntimeSessionInfo& session, std::uint64_t offset) {
   HeldCommands held;
   TerminalShellIntegrationParser parser;
-  held.missed = readPieces(service, session, offset, true, [&](ByteView piece, std::uint64_t begin) {
+  readJournal(service, session, offset, [&](ByteView piece, std::uint64_t begin) {
+    held.missed += begin - offset;
+    offset = begin + piece.size();
     for (const TerminalLocatedShellEvent& mark : parser.acceptLocated(piece, begin))
       apply(mark, session.generation, held.commands);
     return true;

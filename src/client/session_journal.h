@@ -9,9 +9,9 @@
 // What a session's output that is still held says of its commands.
 namespace velotide::client {
 
-// Reads the output of `session` from `offset` up to what there is now, piece by piece, until `take` answers
-// false. Stops and answers false where some of it is no longer held.
-bool readJournal(Service& service, const TerminalRuntimeSessionInfo& session, std::uint64_t offset,
+// Reads the output of `session` from `offset`, or from the oldest byte behind it that is held, up to what
+// there is now, piece by piece, until `take` answers false.
+void readJournal(Service& service, const TerminalRuntimeSessionInfo& session, std::uint64_t offset,
                  const std::function<bool(ByteView piece, std::uint64_t offset)>& take);
 
 // A command as far as it is known: times come from the service alone.
