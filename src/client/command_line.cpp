@@ -45,6 +45,7 @@ class CommandLine {
   using Action = std::function<int(Service&)>;
 
   CLI::App* add(const std::string& name, const std::string& description, Action action);
+  void addGeneralOptions(CLI::App* command);
   void addStart();
   void addRun();
   void addList();
@@ -86,8 +87,7 @@ class CommandLine {
 CommandLine::CommandLine() {
   app_.footer(overviewFooter);
   app_.set_version_flag("--version", "velotide " + std::string(AppVersion::value));
-  app_.add_option("--root", root_, "Directory of the service")->type_name("DIRECTORY");
-  app_.add_flag("-q,--quiet", isQuiet_, "Say nothing but results and errors");
+  addGeneralOptions(&app_);
   app_.require_subcommand(1);
   addStart();
   addRun();
@@ -97,6 +97,11 @@ CommandLine::CommandLine() {
   addSend();
   addSessionChanges();
   addServiceCommands();
+}
+
+void CommandLine::addGeneralOptions(CLI::App* command) {
+  command->add_option("--root", root_, "Directory of the service")->type_name("DIRECTORY");
+  command->add_flag("-q,--quiet", isQuiet_, "Say nothing but results and errors");
 }
 
 CLI::App* CommandLine::add(const std::string& name, const std::string& description, Action action) {
@@ -114,6 +119,9 @@ void CommandLine::addDetachKey(CLI::App* command) {
 
 void CommandLine::addStartOptions(CLI::App* command, bool attaches) {
   command->prefix_command();
+  // Words that are no options would fall through as well, and the program's are none of the general ones.
+  command->fallthrough(false);
+  addGeneralOptions(command);
   command->add_option("-C,--directory", start_.directory, "Start there instead of here")
       ->type_name("DIRECTORY");
   command->add_flag("--no-shell-integration", start_.leavesShellAlone,
