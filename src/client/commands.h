@@ -44,6 +44,33 @@ struct CloseOptions {
   bool all = false;
 };
 
+struct AttentionOptions {
+  bool follows = false;
+  bool asJson = false;
+};
+
+struct AcknowledgeOptions {
+  std::vector<std::string> items;
+  std::string session;
+  bool all = false;
+};
+
+struct EventOptions {
+  std::string after;
+  bool follows = false;
+  bool showsCursor = false;
+  bool asJson = false;
+};
+
+struct AgentReportOptions {
+  std::string activity;
+  // The reason to be blocked, or the result.
+  std::string detail;
+  std::string agentSession;
+  std::string task;
+  std::string gate;
+};
+
 // start_commands.cpp
 int startSession(Service& service, const StartOptions& options);
 int attachSession(Service& service, const std::string& name, const std::string& detachKey);
@@ -75,5 +102,18 @@ void closeSession(Service& service, const Uuid& id);
 // service_commands.cpp
 int showStatus(Service& service, bool asJson);
 int stopService(Service& service, bool closesAll);
+
+// attention_commands.cpp
+int listAgents(Service& service, bool asJson);
+int listAttention(Service& service, const AttentionOptions& options);
+int acknowledge(Service& service, const AcknowledgeOptions& options);
+
+// event_command.cpp
+int readEvents(Service& service, const EventOptions& options);
+
+// agent_commands.cpp: called by agents, wherever they run; outside a hosted session they do nothing.
+int bindAgent(const std::string& kind);
+int reportAgent(const AgentReportOptions& options);
+int followAgentHook(const std::string& name, const std::string& argument);
 
 }  // namespace velotide::client

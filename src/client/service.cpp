@@ -2,6 +2,8 @@
 
 #include <poll.h>
 
+#include <algorithm>
+
 #include "client/service_start.h"
 #include "client/trouble.h"
 
@@ -9,13 +11,13 @@ namespace velotide::client {
 
 namespace {
 
-constexpr Seconds answerDeadline = 15;
 // How long a service that has all the clients it takes is asked again.
 constexpr Seconds overloadDeadline = 5;
 
 }  // namespace
 
-Service::Service(ServiceRoot root, const Notices& notices) : root_(std::move(root)), notices_(notices) {}
+Service::Service(ServiceRoot root, const Notices& notices, Seconds answerDeadline)
+    : root_(std::move(root)), notices_(notices), answerDeadline_(answerDeadline) {}
 
 void Service::ensureRuns() { ensureServiceRuns(root_, notices_); }
 
@@ -23,7 +25,7 @@ TerminalRuntimeResponse Service::ask(TerminalRuntimeRequest request) {
   authorize(request);
   bool hasRenewed = false;
   Patience patience(notices_, "a free place at the service, which has all the clients it takes",
-                    overloadDeadline);
+                    std::min(overloadDeadline, answerDeadline_));
   for (;;) {
     const bool isFresh = !connection_;
     if (isFresh) connection_.emplace(root_.connect());
@@ -53,7 +55,7 @@ TerminalRuntimeResponse Service::call(const TerminalRuntimeRequest& request) {
 }
 
 std::optional<TerminalRuntimeResponse> Service::exchange(const TerminalRuntimeRequest& request) {
-  Patience patience(notices_, "the service to answer", answerDeadline);
+  Patience patience(notices_, "the service to answer", answerDeadline_);
   connection_->queue(request);
   while (!patience.isSpent()) {
     if (!connection_->flush()) return std::nullopt;

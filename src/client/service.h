@@ -15,8 +15,10 @@ namespace velotide::client {
 // happens once. Every wait is bounded and says what it waits for.
 class Service {
  public:
-  // `notices` must outlive it.
-  Service(ServiceRoot root, const Notices& notices);
+  static constexpr Seconds usualAnswerDeadline = 15;
+
+  // `notices` must outlive it. No answer takes longer than `answerDeadline`.
+  Service(ServiceRoot root, const Notices& notices, Seconds answerDeadline = usualAnswerDeadline);
 
   const ServiceRoot& root() const { return root_; }
   const Notices& notices() const { return notices_; }
@@ -47,6 +49,7 @@ class Service {
 
   ServiceRoot root_;
   const Notices& notices_;
+  const Seconds answerDeadline_;
   std::optional<Connection> connection_;
   std::string capability_;
 };

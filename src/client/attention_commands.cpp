@@ -1,0 +1,181 @@
+#include <algorithm>
+#include <cctype>
+
+#include "client/agent_text.h"
+#include "client/commands.h"
+#include "client/event_stream.h"
+#include "client/printing.h"
+#include "client/session_names.h"
+#include "client/trouble.h"
+
+namespace velotide::client {
+
+namespace {
+
+using Items = std::vector<TerminalAttentionItem>;
+
+// One line of `agents --json`.
+struct AgentLine {
+  Uuid session;
+  TerminalAgentSnapshot agent;
+
+  static void fields(auto& self, auto& visit) {
+    visit("session", self.session);
+    visit("agent", self.agent);
+  }
+};
+
+struct ActiveItems {
+  Items items;
+  // Where the event log stood.
+  TerminalEventCursor head;
+};
+
+ActiveItems activeItems(Service& service) {
+  TerminalRuntimeResponse response =
+      service.call(TerminalRuntimeRequest::make(TerminalRuntimeAction::listAttention));
+  return {response.attention.value_or(Items()), response.eventHead.value()};
+}
+
+std::string detailOf(const TerminalAttentionItem& item) {
+  std::string text;
+  const auto add = [&text](const std::string& part) { text += (text.empty() ? "" : ", ") + part; };
+  if (item.terminal && item.terminal->exitCode) add("exit " + std::to_string(*item.terminal->exitCode));
+  if (item.terminal && item.terminal->occurrences > 1)
+    add(std::to_string(item.terminal->occurrences) + " times");
+  if (item.context && item.context->taskID) add("task " + harmless(*item.context->taskID));
+  if (item.context && item.context->gateID) add("gate " + harmless(*item.context->gateID));
+  if (item.isStale) add("stale");
+  if (item.readAt && !item.resolvedAt) add("seen");
+  return text;
+}
+
+void printItems(const Items& items, bool asJson) {
+  std::vector<std::vector<std::string>> rows;
+  for (const TerminalAttentionItem& item : items) {
+    if (asJson) printJson(item);
+    rows.push_back({shortName(item.id), shortName(item.tabID), std::string(rawWord(item.kind)),
+                    localTime(item.createdAt), detailOf(item)});
+  }
+  if (!asJson) printTable({"ITEM", "SESSION", "KIND", "SINCE", "DETAIL"}, rows);
+}
+
+void printChange(const TerminalAttentionItem& item, TerminalSessionEventKind kind, bool asJson) {
+  if (asJson) return printJson(item);
+  const std::string_view change = kind == TerminalSessionEventKind::attentionCreated   ? "created"
+                                  : kind == TerminalSessionEventKind::attentionUpdated ? "updated"
+                                                                                       : "resolved";
+  std::string line = localTime(item.resolvedAt.value_or(item.readAt.value_or(item.createdAt))) + "  ";
+  line += shortName(item.id) + "  " + shortName(item.tabID) + "  " + std::string(rawWord(item.kind)) + " ";
+  line += std::string(change);
+  if (const std::string detail = detailOf(item); !detail.empty()) line += " (" + detail + ")";
+  print(line + "\n");
+}
+
+// Every change from `begin` on. When changes were dropped before they were read, the items are told anew.
+void followChanges(Service& service, const TerminalEventCursor& begin, bool asJson) {
+  const SignalPipe signals({SIGINT, SIGTERM, SIGHUP});
+  EventStream stream(service, begin);
+  do {
+    for (std::vector<TerminalSessionEvent> events = stream.read(); !events.empty(); events = stream.read()) {
+      if (stream.takeMissed() > 0) printItems(activeItems(service).items, asJson);
+      for (const TerminalSessionEvent& event : events) {
+        if (event.attention) printChange(*event.attention, event.kind, asJson);
+      }
+    }
+  } while (EventStream::pause(signals));
+}
+
+const TerminalAttentionItem& resolveItem(std::string_view name, const Items& items) {
+  std::string wanted(name);
+  std::ranges::transform(wanted, wanted.begin(),
+                         [](unsigned char letter) { return static_cast<char>(std::toupper(letter)); });
+  const TerminalAttentionItem* found = nullptr;
+  for (const TerminalAttentionItem& item : items) {
+    if (!item.id.text().starts_with(wanted)) continue;
+    if (found) throw Trouble(std::string(name) + " fits several items. Give more of the name.");
+    found = &item;
+  }
+  if (!found)
+    throw Trouble("No active item is named " + std::string(name) +
+                  ". `velotide attention` shows those there are.");
+  return *found;
+}
+
+Items chosenItems(Service& service, const AcknowledgeOptions& options) {
+  const Items items = activeItems(service).items;
+  std::optional<Uuid> session;
+  if (!options.session.empty()) session = findSession(service, options.session).id;
+  std::vector<Uuid> named;
+  for (const std::string& name : options.items) named.push_back(resolveItem(name, items).id);
+  Items chosen;
+  for (const TerminalAttentionItem& item : items) {
+    const bool isNamed = std::ranges::find(named, item.id) != named.end();
+    if (options.all || item.tabID == session || isNamed) chosen.push_back(item);
+  }
+  return chosen;
+}
+
+std::string acknowledgeVersion(Service& service, const TerminalAttentionItem& item) {
+  TerminalRuntimeRequest request = TerminalRuntimeRequest::make(TerminalRuntimeAction::acknowledgeAttention);
+  request.attentionID = item.id;
+  request.attentionVersion = item.version;
+  return service.ask(request).error.value_or("");
+}
+
+// An item that changed between the look at it and the acknowledgement is looked at once more.
+void acknowledgeItem(Service& service, const TerminalAttentionItem& item) {
+  std::string error = acknowledgeVersion(service, item);
+  if (error == "staleVersion") {
+    const Items items = activeItems(service).items;
+    const auto current = std::ranges::find(items, item.id, &TerminalAttentionItem::id);
+    if (current != items.end()) {
+      service.notices().note("item " + shortName(item.id) + " changed meanwhile: acknowledging version " +
+                             std::to_string(current->version));
+      error = acknowledgeVersion(service, *current);
+    } else {
+      error = "notFound";
+    }
+  }
+  if (error == "notFound")
+    return service.notices().note("item " + shortName(item.id) + " is already resolved");
+  if (!error.empty()) throw Trouble(explain(error));
+}
+
+}  // namespace
+
+int listAgents(Service& service, bool asJson) {
+  std::vector<std::vector<std::string>> rows;
+  bool isAny = false;
+  for (const TerminalRuntimeSessionInfo& session : service.sessions()) {
+    if (!session.agent) continue;
+    isAny = true;
+    const TerminalAgentSnapshot& agent = *session.agent;
+    if (asJson) printJson(AgentLine{session.id, agent});
+    rows.push_back({shortName(session.id), std::string(rawWord(agent.kind)), describeState(agent),
+                    localTime(agent.updatedAt), std::string(rawWord(agent.reason)),
+                    std::string(rawWord(agent.confidence))});
+  }
+  if (!asJson)
+    printTable({"SESSION", "AGENT", "STATE", "SINCE", "WHY", "CONFIDENCE"}, rows);
+  else if (!isAny)
+    print("[]\n");
+  return ExitStatus::success;
+}
+
+int listAttention(Service& service, const AttentionOptions& options) {
+  const ActiveItems active = activeItems(service);
+  if (!options.follows && options.asJson && active.items.empty()) print("[]\n");
+  printItems(active.items, options.asJson);
+  if (options.follows) followChanges(service, active.head, options.asJson);
+  return ExitStatus::success;
+}
+
+int acknowledge(Service& service, const AcknowledgeOptions& options) {
+  if (options.items.empty() && options.session.empty() && !options.all)
+    throw Trouble("Name the items to acknowledge, or give --session or --all.", ExitStatus::usage);
+  for (const TerminalAttentionItem& item : chosenItems(service, options)) acknowledgeItem(service, item);
+  return ExitStatus::success;
+}
+
+}  // namespace velotide::client

@@ -1,0 +1,69 @@
+#include <algorithm>
+
+#include "client/agent_text.h"
+#include "client/commands.h"
+#include "client/event_stream.h"
+#include "client/printing.h"
+#include "client/session_names.h"
+#include "client/trouble.h"
+
+namespace velotide::client {
+
+namespace {
+
+std::string detailOf(const TerminalSessionEvent& event) {
+  if (event.attention)
+    return std::string(rawWord(event.attention->kind)) + " " + shortName(event.attention->id);
+  if (event.agent) return describeAgent(*event.agent);
+  if (event.commandState) return std::string(rawWord(*event.commandState));
+  if (event.revision) return std::to_string(*event.revision);
+  return "";
+}
+
+void printEvent(const TerminalSessionEvent& event, bool asJson) {
+  if (asJson) return printJson(event);
+  std::string kind(rawWord(event.kind));
+  kind.resize(std::max<std::size_t>(kind.size(), 16), ' ');
+  print(localTime(event.occurredAt) + "  " + std::to_string(event.cursor.sequence) + "  " +
+        shortName(event.tabID) + "  " + kind + "  " + detailOf(event) + "\n");
+}
+
+std::optional<TerminalEventCursor> beginning(const std::string& text) {
+  if (text.empty()) return std::nullopt;
+  const std::optional<TerminalEventCursor> cursor = parseEventCursor(text);
+  if (!cursor)
+    throw Trouble("\"" + text + "\" is no cursor. Give EPOCH:SEQUENCE, as --show-cursor prints it.",
+                  ExitStatus::usage);
+  return cursor;
+}
+
+// Prints what there is. False when there was nothing.
+bool printWaiting(EventStream& stream, const Notices& notices, bool asJson) {
+  bool isAny = false;
+  for (;;) {
+    const std::vector<TerminalSessionEvent> events = stream.read();
+    if (const std::uint64_t missed = stream.takeMissed(); missed > 0)
+      notices.error(std::to_string(missed) + " events came faster than they were read and were dropped.");
+    for (const TerminalSessionEvent& event : events) printEvent(event, asJson);
+    if (events.empty()) return isAny;
+    isAny = true;
+  }
+}
+
+}  // namespace
+
+int readEvents(Service& service, const EventOptions& options) {
+  EventStream stream(service, beginning(options.after));
+  if (options.follows) {
+    const SignalPipe signals({SIGINT, SIGTERM, SIGHUP});
+    do {
+      printWaiting(stream, service.notices(), options.asJson);
+    } while (EventStream::pause(signals));
+  } else if (!printWaiting(stream, service.notices(), options.asJson) && options.asJson) {
+    print("[]\n");
+  }
+  if (options.showsCursor) service.notices().error("cursor " + cursorText(stream.cursor()));
+  return ExitStatus::success;
+}
+
+}  // namespace velotide::client
