@@ -53,6 +53,7 @@ class CommandLine {
   void addCommands();
   void addSend();
   void addSessionChanges();
+  void addWatch();
   void addServiceCommands();
   void addAttention();
   void addEvents();
@@ -107,6 +108,7 @@ CommandLine::CommandLine() {
   addCommands();
   addSend();
   addSessionChanges();
+  addWatch();
   addServiceCommands();
   addAttention();
   addEvents();
@@ -278,6 +280,16 @@ void CommandLine::addSessionChanges() {
   close->add_option("SESSION", close_.sessions, sessionHelp);
   close->add_flag("--exited", close_.allExited, "All whose program has ended");
   close->add_flag("--all", close_.all, "All");
+}
+
+void CommandLine::addWatch() {
+  CLI::App* watch = add("watch", "Show all sessions live, those that need you first",
+                        [this](Service& service) { return watchSessions(service, start_.detachKey); });
+  watch->footer(
+      "\n! marks sessions that wait for your answer, * those with something you have not seen.\n"
+      "Keys: enter attach, a acknowledge, x close, up/down (k/j), page up/down and home/end (g/G) move, q "
+      "quit.");
+  addDetachKey(watch);
 }
 
 void CommandLine::addServiceCommands() {

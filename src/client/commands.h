@@ -99,6 +99,9 @@ int resizeSession(Service& service, const std::string& name, std::int64_t column
 int closeSessions(Service& service, const CloseOptions& options);
 void closeSession(Service& service, const Uuid& id);
 
+// watch_command.cpp
+int watchSessions(Service& service, const std::string& detachKey);
+
 // service_commands.cpp
 int showStatus(Service& service, bool asJson);
 int stopService(Service& service, bool closesAll);

@@ -60,6 +60,7 @@ std::optional<TerminalRuntimeResponse> Connection::next() {
   searched_ = 0;
   if (!response || response->protocolVersion != TerminalRuntimeLimits::protocolVersion)
     throw Trouble(explain("incompatible_protocol"));
+  hasAnswered_ = true;
   return response;
 }
 

@@ -20,6 +20,8 @@ class Connection {
 
   int descriptor() const { return socket_.get(); }
   bool wantsWrite() const { return !outgoing_.empty(); }
+  // Whether the service ever answered on it.
+  bool hasAnswered() const { return hasAnswered_; }
 
   // Throws Trouble for a request that no frame can carry.
   void queue(const TerminalRuntimeRequest& request);
@@ -38,6 +40,7 @@ class Connection {
   // Bytes at the front of `incoming_` that hold no line feed.
   std::size_t searched_ = 0;
   JsonDocument document_;
+  bool hasAnswered_ = false;
 };
 
 }  // namespace velotide::client
