@@ -22,6 +22,7 @@ namespace {
 
 // Ages are shown in seconds first.
 constexpr Seconds redrawPause = 1;
+constexpr Seconds messageTime = 6;
 
 bool isColored() {
   const char* value = std::getenv("NO_COLOR");
@@ -57,6 +58,7 @@ class Watch {
   void close();
   // Does it, or tells why not.
   void attempt(const std::string& done, auto&& action);
+  void say(const std::string& message);
 
   Service& service_;
   // The screen is not for notices while it is taken.
@@ -71,6 +73,7 @@ class Watch {
   WatchView view_;
   std::size_t selectedRow_ = 0;
   WindowSize size_{0, 0};
+  Uptime messageUntil_;
   bool isDone_ = false;
   // The signal that ends this client; SIGHUP also when the terminal is gone.
   int endingSignal_ = 0;
@@ -79,6 +82,8 @@ class Watch {
 int Watch::run() {
   // Says in words what is wrong while there is no screen in the way.
   sessions_.takeSessions(service_.sessions());
+  sessions_.takeAttention(service_.call(TerminalRuntimeRequest::make(TerminalRuntimeAction::listAttention))
+                              .attention.value_or(std::vector<TerminalAttentionItem>()));
   take();
   while (!isDone_ && endingSignal_ == 0) turn();
   giveBack();
@@ -116,6 +121,7 @@ void Watch::draw() {
   const WindowSize size = LocalTerminal::size();
   if (size != size_) display_.forget();
   size_ = size;
+  if (now() >= messageUntil_) view_.message.clear();
   view_.trouble = feed_.trouble();
   display_.draw(layOut(sessions_.rows(), view_, size, SystemClock().date()));
   if (!display_.flush()) endingSignal_ = SIGHUP;
@@ -219,22 +225,27 @@ void Watch::move(std::ptrdiff_t step) {
 
 void Watch::attempt(const std::string& done, auto&& action) {
   if (!feed_.trouble().empty()) {
-    view_.message = "Not now: " + feed_.trouble() + ".";
+    say("Not now: " + feed_.trouble() + ".");
     return;
   }
   try {
     action();
-    view_.message = done;
+    say(done);
   } catch (const Trouble& trouble) {
-    view_.message = trouble.what();
+    say(trouble.what());
   }
   feed_.refresh();
+}
+
+void Watch::say(const std::string& message) {
+  view_.message = message;
+  messageUntil_ = now() + messageTime;
 }
 
 void Watch::acknowledge() {
   const TerminalAttentionItem* item = view_.selected ? sessions_.firstUnread(*view_.selected) : nullptr;
   if (!item) {
-    view_.message = "Nothing to acknowledge here.";
+    say("Nothing to acknowledge here.");
     return;
   }
   attempt("Acknowledged: " + attentionWord(item->kind) + " of " + shortName(item->tabID) + ".", [&] {

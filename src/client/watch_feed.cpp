@@ -1,6 +1,7 @@
 #include "client/watch_feed.h"
 
 #include <algorithm>
+#include <utility>
 
 #include "client/trouble.h"
 
@@ -11,6 +12,8 @@ namespace {
 constexpr Seconds pollPause = 0.5;
 // How long an answer may take before that is said.
 constexpr Seconds answerDeadline = 2;
+// How far back the service's log reaches.
+constexpr std::uint64_t heldEvents = 1024;
 
 // What a session prints, and where its window is, is not shown.
 bool isShown(TerminalSessionEventKind kind) {
@@ -50,6 +53,7 @@ void WatchFeed::turn(short happened) {
 
 void WatchFeed::connect() {
   cursor_.reset();
+  hasPast_ = false;
   try {
     connection_.emplace(service_.connect());
     TerminalRuntimeRequest unsent;
@@ -105,7 +109,7 @@ void WatchFeed::take(const TerminalRuntimeResponse& response) {
     case Step::resting:
       break;
     case Step::asksEvents:
-      takeEvents(response);
+      takeEvents(response.events.value_or(TerminalEventBatch()));
       break;
     case Step::asksSessions:
       sessions_.takeSessions(response.sessions.value_or(std::vector<TerminalRuntimeSessionInfo>()));
@@ -120,17 +124,23 @@ void WatchFeed::take(const TerminalRuntimeResponse& response) {
 }
 
 // The position is taken before the lists, so that nothing that happens in between is missed.
-void WatchFeed::takeEvents(const TerminalRuntimeResponse& response) {
-  const TerminalEventBatch batch = response.events.value_or(TerminalEventBatch());
-  bool isNews = !cursor_ || batch.hasMore;
+void WatchFeed::takeEvents(const TerminalEventBatch& batch) {
+  bool hasMore = batch.hasMore;
+  const bool isFirst = !cursor_;
+  cursor_ = batch.nextCursor;
+  isNews_ = isNews_ || isFirst;
+  if (isFirst && !std::exchange(hasPast_, true) && cursor_->sequence > 0) {
+    cursor_->sequence -= std::min(cursor_->sequence, heldEvents);
+    hasMore = true;
+  }
   for (const TerminalSessionEvent& event : batch.events) {
     if (event.kind == TerminalSessionEventKind::processExited)
       sessions_.noteExit(event.tabID, event.occurredAt);
-    isNews = isNews || isShown(event.kind);
+    isNews_ = isNews_ || isShown(event.kind);
   }
-  // The lists say what skipped events would.
-  cursor_ = batch.hasMore ? response.eventHead : batch.nextCursor;
-  if (isNews)
+  if (hasMore)
+    ask(TerminalRuntimeAction::readEvents, Step::asksEvents);
+  else if (std::exchange(isNews_, false))
     ask(TerminalRuntimeAction::list, Step::asksSessions);
   else
     rest();

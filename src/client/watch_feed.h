@@ -39,7 +39,7 @@ class WatchFeed {
   void ask(TerminalRuntimeAction action, Step step);
   void receive();
   void take(const TerminalRuntimeResponse& response);
-  void takeEvents(const TerminalRuntimeResponse& response);
+  void takeEvents(const TerminalEventBatch& batch);
   void rest();
 
   Service& service_;
@@ -49,6 +49,9 @@ class WatchFeed {
   Uuid asked_;
   // Up to where the events are known; everything is asked for when absent.
   std::optional<TerminalEventCursor> cursor_;
+  // Whether what happened before the connection was made has been asked for: it tells when sessions ended.
+  bool hasPast_ = false;
+  bool isNews_ = false;
   Uptime now_;
   // When to ask or to connect next.
   Uptime nextAt_;

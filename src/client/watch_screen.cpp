@@ -40,13 +40,13 @@ struct Column {
 
 constexpr std::array<Column, count> columns = {{
     {"SESSION", 8, 2},
-    {"ATTENTION", 10, 2},
+    {"ATTENTION", 9, 2},
     {"", 0, 1},
     {"AGENT", 14, 2},
     {"", 0, 1},
-    {"COMMAND", 10, 2},
+    {"COMMAND", 8, 2},
     {"", 0, 1},
-    {"DIRECTORY", 12, 2},
+    {"DIRECTORY", 9, 2},
 }};
 
 using Cells = std::array<std::string, count>;
@@ -75,19 +75,13 @@ Widths widthsFor(const std::vector<Cells>& table, std::size_t room) {
     if (isAge(column)) widths[column] = std::max<std::size_t>(widths[column], 3);
     needed += columns[column].gap + widths[column];
   }
-  for (; needed > room; --needed) {
-    std::size_t most = count;
-    std::size_t mostSpare = 0;
-    for (std::size_t column = 0; column < count; ++column) {
-      const std::size_t spare =
-          isAge(column) ? 0 : widths[column] - std::min(widths[column], columns[column].smallest);
-      if (spare > mostSpare) {
-        most = column;
-        mostSpare = spare;
-      }
-    }
-    if (most == count) break;
-    --widths[most];
+  // From the right, as the places on the right are told in full below the table.
+  for (std::size_t column = count; column-- > 0 && needed > room;) {
+    const std::size_t spare =
+        isAge(column) ? 0 : widths[column] - std::min(widths[column], columns[column].smallest);
+    const std::size_t taken = std::min(spare, needed - room);
+    widths[column] -= taken;
+    needed -= taken;
   }
   return widths;
 }
