@@ -18,17 +18,14 @@ _velotide() {
     esac
   done
   case $command in
-    '') COMPREPLY=($(compgen -W "new attach run ls show read send resize restart close status stop completion
+    '') COMPREPLY=($(compgen -W "new attach run ls show read commands output send resize restart close status stop completion
       --root --quiet --version --help" -- "$word")) ;;
-    attach | show | read | send | resize | restart | close)
-      COMPREPLY=($(compgen -W "$(velotide ls --ids 2>/dev/null)" -- "${word^^}")) ;
-;
-    new | run) COMPREPLY=($(compgen -c -- "$word")) ;
-    ;
-    completion) COMPREPLY=($(compgen -W "bash zsh fish" -- "$word")) ;
-    ;
-    esac
-    }
+    attach | show | read | commands | output | send | resize | restart | close)
+      COMPREPLY=($(compgen -W "$(velotide ls --ids 2>/dev/null)" -- "${word^^}")) ;;
+    new | run) COMPREPLY=($(compgen -c -- "$word")) ;;
+    completion) COMPREPLY=($(compgen -W "bash zsh fish" -- "$word")) ;;
+  esac
+}
 complete -o default -F _velotide velotide
 )script";
 
@@ -40,38 +37,34 @@ _velotide() {
     'new:start a session' 'attach:connect this terminal' 'run:run a program' 'ls:list sessions'
     'show:show one session' 'read:print output' 'send:type into a session' 'resize:change the size'
     'restart:start again' 'close:close sessions' 'status:show the service' 'stop:stop the service'
-    'completion:print completions'
+    'completion:print completions' 'commands:list commands that ran' 'output:print output of a command'
   )
   if (( CURRENT == 2 )); then
     _describe command commands
     return
   fi
   case $words[2] in
-    attach|show|read|send|resize|restart|close)
+    attach|show|read|commands|output|send|resize|restart|close)
       sessions=(${(f)"$(velotide ls --ids 2>/dev/null)"})
-      _describe -M 'm:{a-z}={A-Z}' session sessions ;
-;
-    new|run) shift words;
-    ((CURRENT--));
-    _normal;
-    ;
-    completion) _values shell bash zsh fish ;
-    ;
-    esac
-    }
-    if
-      ["$funcstack[1]" = _velotide];
-    then _velotide "$@";
-    else compdef _velotide velotide; fi
+      _describe -M 'm:{a-z}={A-Z}' session sessions ;;
+    new|run) shift words; (( CURRENT-- )); _normal ;;
+    completion) _values shell bash zsh fish ;;
+  esac
+}
+if [[ $funcstack[1] == _velotide ]]; then
+  _velotide "$@"
+else
+  compdef _velotide velotide
+fi
 )script";
 
 constexpr std::string_view fish =
     R"script(# velotide completion fish > ~/.config/fish/completions/velotide.fish
-set -l commands new attach run ls show read send resize restart close status stop completion
+set -l commands new attach run ls show read commands output send resize restart close status stop completion
 complete -c velotide -n "not __fish_seen_subcommand_from $commands" -f -a "$commands"
 complete -c velotide -l root -r -d 'directory of the service'
 complete -c velotide -s q -l quiet -d 'say nothing but results and errors'
-complete -c velotide -n '__fish_seen_subcommand_from attach show read send resize restart close' -f \
+complete -c velotide -n '__fish_seen_subcommand_from attach show read commands output send resize restart close' -f \
   -a '(velotide ls --ids 2>/dev/null)'
 complete -c velotide -n '__fish_seen_subcommand_from new run' -a '(__fish_complete_subcommand)'
 complete -c velotide -n '__fish_seen_subcommand_from completion' -f -a 'bash zsh fish'
