@@ -12,7 +12,7 @@ namespace velotide::client {
 
 namespace {
 
-constexpr std::int64_t maximumEvents = 1024;
+constexpr std::int64_t eventsAtOnce = 256;
 constexpr const char* lineFormat = "%-8s  %-19s  %9s  %-24s  %s\n";
 
 std::string lengthText(Seconds length) {
@@ -52,6 +52,14 @@ void addTimes(std::vector<KnownCommand>& commands, const std::vector<TerminalSes
   }
 }
 
+// Behind the cursor; without one, none but where the next begin. Absent when they are no longer held.
+std::optional<TerminalEventBatch> readEvents(Service& service, std::optional<TerminalEventCursor> after) {
+  TerminalRuntimeRequest request = TerminalRuntimeRequest::make(TerminalRuntimeAction::readEvents);
+  request.eventAfter = after;
+  request.eventLimit = eventsAtOnce;
+  return service.ask(request).events;
+}
+
 // Commands on their way to standard output.
 class CommandPrinter final : public SessionLink::Observer {
  public:
@@ -59,8 +67,12 @@ class CommandPrinter final : public SessionLink::Observer {
     if (!asJson_) printLine("COMMAND", "STARTED", "TIME", "STATE", "EXIT");
   }
 
-  // Pushed descriptions name the latest commands only; `link` tells since when there may have been more.
-  void connect(const SessionLink& link) { link_ = &link; }
+  // Descriptions name the latest commands only; `link`, and before its first one `begin`, tells since which
+  // event there may have been more.
+  void connect(const SessionLink& link, const TerminalEventCursor& begin) {
+    link_ = &link;
+    begin_ = begin;
+  }
 
   void takeState(const TerminalRuntimeSessionInfo& session) override {
     const auto older = [&](std::uint64_t from, std::uint64_t to) { return findOlder(session, from, to); };
@@ -92,39 +104,35 @@ class CommandPrinter final : public SessionLink::Observer {
       service_.notices().note(std::to_string(held.missed) +
                               " bytes of output are no longer held; commands that ran there are not shown.");
     std::erase_if(held.commands, [&](const KnownCommand& command) { return command.markerOffset >= to; });
-    addTimes(held.commands, eventsSince(link_ ? link_->eventHead() : std::nullopt));
+    addTimes(held.commands, eventsSince(link_->eventHead().value_or(begin_)));
     if (std::any_of(held.commands.begin(), held.commands.end(),
                     [](const KnownCommand& command) { return !command.endedAt; }))
       service_.notices().note("When some of the commands ran is no longer known.");
     return std::move(held.commands);
   }
 
-  std::vector<TerminalSessionEvent> eventsSince(const std::optional<TerminalEventCursor>& begin) {
+  std::vector<TerminalSessionEvent> eventsSince(TerminalEventCursor begin) {
     std::vector<TerminalSessionEvent> events;
-    TerminalRuntimeRequest request = TerminalRuntimeRequest::make(TerminalRuntimeAction::readEvents);
-    request.eventAfter = begin;
-    request.eventLimit = maximumEvents;
-    while (request.eventAfter) {
-      const TerminalRuntimeResponse response = service_.ask(request);
-      if (!response.ok || !response.events) break;
-      events.insert(events.end(), response.events->events.begin(), response.events->events.end());
-      if (!response.events->hasMore) break;
-      request = TerminalRuntimeRequest::make(TerminalRuntimeAction::readEvents);
-      request.eventAfter = response.events->nextCursor;
-      request.eventLimit = maximumEvents;
+    for (;;) {
+      const std::optional<TerminalEventBatch> batch = readEvents(service_, begin);
+      if (!batch) return events;
+      events.insert(events.end(), batch->events.begin(), batch->events.end());
+      if (!batch->hasMore) return events;
+      begin = batch->nextCursor;
     }
-    return events;
   }
 
   Service& service_;
   const bool asJson_;
   const SessionLink* link_ = nullptr;
+  TerminalEventCursor begin_;
   CommandHistory history_;
 };
 
 }  // namespace
 
 int listCommands(Service& service, const std::string& name, bool follows, bool asJson) {
+  const std::optional<TerminalEventBatch> head = follows ? readEvents(service, {}) : std::nullopt;
   const TerminalRuntimeSessionInfo session = findSession(service, name);
   if (asJson && !follows && (!session.commands || session.commands->empty())) {
     print("[]\n");
@@ -135,7 +143,7 @@ int listCommands(Service& service, const std::string& name, bool follows, bool a
   if (!follows) return ExitStatus::success;
   SessionLink link(service, printer, session,
                    TerminalRuntimeOutputCursor{session.generation, session.outputOffset});
-  printer.connect(link);
+  printer.connect(link, head ? head->nextCursor : TerminalEventCursor{});
   link.open();
   if (follow(link, [] { return false; }) == Followed::sessionEnded &&
       link.ending()->kind == SessionEnding::Kind::serviceGone)

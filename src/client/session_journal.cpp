@@ -50,6 +50,9 @@ HeldCommands heldCommands(Service& service, const TerminalRuntimeSessionInfo& se
   HeldCommands held;
   TerminalShellIntegrationParser parser;
   readJournal(service, session, offset, [&](ByteView piece, std::uint64_t begin) {
+    // How a command ended that ran into a gap is not known.
+    if (begin > offset && !held.commands.empty() && held.commands.back().isRunning())
+      held.commands.pop_back();
     held.missed += begin - offset;
     offset = begin + piece.size();
     for (const TerminalLocatedShellEvent& mark : parser.acceptLocated(piece, begin))

@@ -142,16 +142,19 @@ class MarksTest(CommandsCase):
     def test_no_command_is_missed_when_many_run_at_once(self):
         pathlib.Path(self.home, "marks").write_text(
             "".join(mark("start=6c73") + f"out{n}" + mark(f"end={n % 3}") for n in range(40)))
-        session = self.start_script("read line; cat marks; read line")
+        session = self.start_script("read line; cat marks; read line; cat marks; read line")
         self.assertEqual(self.call("commands", session, "--json").stdout, b"[]\n")
+        self.call("send", session, "-e", "go")
+        self.wait_for_commands(session, 8)
         following = subprocess.Popen([VELOTIDE, "commands", session, "-f", "--json"], env=self.environment(),
                                      stdout=subprocess.PIPE)
+        told = [json.loads(following.stdout.readline()) for _ in range(8)]
         self.call("send", session, "-e", "go")
-        told = [json.loads(following.stdout.readline()) for _ in range(40)]
-        self.assertEqual([c["exitCode"] for c in told], [n % 3 for n in range(40)])
-        self.assertEqual(len({c["id"] for c in told}), 40)
+        told += [json.loads(following.stdout.readline()) for _ in range(40)]
+        self.assertEqual([c["exitCode"] for c in told], [n % 3 for n in (*range(32, 40), *range(40))])
+        self.assertEqual(len({c["id"] for c in told}), 48)
         self.assertTrue(all(c["startedAt"] <= c["endedAt"] for c in told))
-        self.assertEqual(self.call("output", session, told[3]["id"]).stdout, b"out3")
+        self.assertEqual(self.call("output", session, told[11]["id"]).stdout, b"out3")
         self.call("close", session)
         following.communicate(timeout=DEADLINE)
         self.assertEqual(following.returncode, 0)
