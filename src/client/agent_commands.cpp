@@ -55,8 +55,11 @@ AgentState stateFrom(const AgentReportOptions& options) {
 
 void reportState(const AgentContext& context, const AgentState& state) {
   SessionAgent agent(context);
-  if (!agent.record() || !agent.record()->grant)
+  if (!agent.record() || !agent.record()->grant) {
+    // Without a service there was nobody to bind with, and nobody to tell.
+    ServiceRoot::find(context.serviceRoot).connect();
     throw Trouble("No agent is bound in this session. Bind one first: velotide agent bind KIND");
+  }
   if (!agent.report(state)) throw Trouble(lostBinding);
 }
 

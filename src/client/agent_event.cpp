@@ -98,6 +98,7 @@ std::optional<AgentEvent> translate(std::span<const Row> rows, std::string_view 
 
 template <Record T>
 T decodePayload(std::span<char> payload) {
+  if (payload.empty()) failUndocumented("no input at all");
   JsonDocument document;
   std::optional<T> decoded = decodeText<T>(document, payload);
   if (!decoded) failUndocumented("no JSON object with the documented fields");

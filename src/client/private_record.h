@@ -21,7 +21,8 @@ std::optional<T> readPrivateRecord(const std::string& path) {
   std::optional<ByteQueue> content = readPrivateFile(path);
   if (!content) return std::nullopt;
   JsonDocument document;
-  std::optional<T> record = decodeText<T>(document, content->mutableText());
+  std::optional<T> record;
+  if (!content->empty()) record = decodeText<T>(document, content->mutableText());
   if (!record) throw Trouble(path + " does not hold what it should. Remove it.");
   return record;
 }
