@@ -285,7 +285,9 @@ void Watch::attachSelected() {
     if (!session) throw Trouble("That session was closed.");
     giveBack();
     try {
-      const int status = attach(service_, *session, {detachKey_, false, true});
+      // Of its own: the service may have been started again since the beginning, with another key.
+      Service fresh(service_.root(), service_.notices());
+      const int status = attach(fresh, *session, {detachKey_, false, true});
       // A signal that detached was meant for this whole client.
       if (hasEnded(id))
         waitForKey();
