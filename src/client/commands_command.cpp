@@ -53,7 +53,7 @@ void addTimes(std::vector<KnownCommand>& commands, const std::vector<TerminalSes
 }
 
 // Behind the cursor; without one, none but where the next begin. Absent when they are no longer held.
-std::optional<TerminalEventBatch> readEvents(Service& service, std::optional<TerminalEventCursor> after) {
+std::optional<TerminalEventBatch> eventsAfter(Service& service, std::optional<TerminalEventCursor> after) {
   TerminalRuntimeRequest request = TerminalRuntimeRequest::make(TerminalRuntimeAction::readEvents);
   request.eventAfter = after;
   request.eventLimit = eventsAtOnce;
@@ -114,7 +114,7 @@ class CommandPrinter final : public SessionLink::Observer {
   std::vector<TerminalSessionEvent> eventsSince(TerminalEventCursor begin) {
     std::vector<TerminalSessionEvent> events;
     for (;;) {
-      const std::optional<TerminalEventBatch> batch = readEvents(service_, begin);
+      const std::optional<TerminalEventBatch> batch = eventsAfter(service_, begin);
       if (!batch) return events;
       events.insert(events.end(), batch->events.begin(), batch->events.end());
       if (!batch->hasMore) return events;
@@ -132,7 +132,7 @@ class CommandPrinter final : public SessionLink::Observer {
 }  // namespace
 
 int listCommands(Service& service, const std::string& name, bool follows, bool asJson) {
-  const std::optional<TerminalEventBatch> head = follows ? readEvents(service, {}) : std::nullopt;
+  const std::optional<TerminalEventBatch> head = follows ? eventsAfter(service, {}) : std::nullopt;
   const TerminalRuntimeSessionInfo session = findSession(service, name);
   if (asJson && !follows && (!session.commands || session.commands->empty())) {
     print("[]\n");
