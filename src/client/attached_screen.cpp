@@ -17,7 +17,10 @@ void AttachedScreen::giveBack() {
   queue_.clear();
   // CAN ends what the terminal may still take for an unfinished sequence.
   const std::string cancel = modes_.isBetweenSequences() ? "" : "\x18";
-  terminal_.writeAll(cancel + modes_.switchOff(), standstill);
+  std::string off = modes_.switchOff();
+  // A program that drew over the whole ordinary screen left the cursor anywhere.
+  if (!off.empty() && !modes_.isOnAlternateScreen()) off += "\x1b[999;1H";
+  terminal_.writeAll(cancel + off, standstill);
   modes_ = {};
   terminal_.restore();
 }

@@ -71,6 +71,8 @@ class CommandLine {
   Action action_;
   // What stands behind the first "--", which ends this program's own options.
   std::optional<std::vector<std::string>> rest_;
+  // The first word, which names a command or nothing.
+  std::string unknown_;
 
   StartOptions start_;
   ReadOptions read_;
@@ -411,6 +413,10 @@ int CommandLine::fail(const Trouble& trouble) const {
 int CommandLine::failUsage(const CLI::ParseError& error) const {
   // Help and version are thrown as well.
   if (error.get_exit_code() == 0) return app_.exit(error);
+  if (app_.get_subcommands().empty() && !unknown_.empty()) {
+    Notices().error(unknown_ + " is no command. `velotide --help` lists those there are.");
+    return ExitStatus::usage;
+  }
   Notices().error(std::string(error.what()) + ". See velotide --help, or velotide COMMAND --help.");
   // Agents read the usual status of wrong usage as "block".
   if (app_.got_subcommand("agent")) return ExitStatus::failure;
@@ -424,6 +430,7 @@ int CommandLine::run(int count, char** words) {
     rest_.emplace(mark + 1, own.end());
     own.erase(mark, own.end());
   }
+  if (!own.empty() && !own.front().starts_with('-')) unknown_ = own.front();
   try {
     std::reverse(own.begin(), own.end());
     app_.parse(std::move(own));

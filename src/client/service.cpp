@@ -22,13 +22,18 @@ Service::Service(ServiceRoot root, const Notices& notices, Seconds answerDeadlin
 void Service::ensureRuns() { ensureServiceRuns(root_, notices_); }
 
 TerminalRuntimeResponse Service::ask(TerminalRuntimeRequest request) {
+  // First the connection, whose failure tells most.
+  bool isFresh = !connection_;
+  if (isFresh) connection_.emplace(root_.connect());
   authorize(request);
   bool hasRenewed = false;
   Patience patience(notices_, "a free place at the service, which has all the clients it takes",
                     std::min(overloadDeadline, answerDeadline_));
   for (;;) {
-    const bool isFresh = !connection_;
-    if (isFresh) connection_.emplace(root_.connect());
+    if (!connection_) {
+      connection_.emplace(root_.connect());
+      isFresh = true;
+    }
     std::optional<TerminalRuntimeResponse> response = exchange(request);
     if (!response) {
       connection_.reset();
