@@ -117,6 +117,7 @@ void RuntimeSession::childVanished() {
 
 void RuntimeSession::noteExit(std::int32_t status) {
   exitStatus_ = status;
+  endedTerminal_.close();
   pendingInput_.clear();
   changed();
   if (!terminal_.isOpen()) finishCommand();
@@ -134,6 +135,7 @@ void RuntimeSession::close() {
   finishCommand();
   if (running()) ::kill(pid_, SIGHUP);
   terminal_.close();
+  endedTerminal_.close();
   pendingInput_.clear();
   nativeAgentContext_.invalidate();
   endAgent(TerminalAgentMonitor::Closing::yes);

@@ -129,6 +129,8 @@ class RuntimeSession {
   std::int64_t rows_;
   std::int32_t pid_ = 0;
   FileDescriptor terminal_;
+  // The master side after its output ended, held until the child has ended too.
+  FileDescriptor endedTerminal_;
   std::optional<std::int32_t> exitStatus_;
   ByteQueue pendingInput_;
   TerminalNativeAgentContext nativeAgentContext_;

@@ -3,6 +3,7 @@
 #include <unistd.h>
 
 #include <array>
+#include <utility>
 
 #include "base/fatal.h"
 #include "terminal/runtime_session.h"
@@ -25,6 +26,9 @@ void RuntimeSession::readOutput() {
       case ReadOutcome::nothingNow:
         return;
       case ReadOutcome::end:
+        // Many programs close their terminal a moment before they end. Closing the other side in that moment
+        // would hang them up, and the signal's status would hide their own.
+        if (running()) endedTerminal_ = std::move(terminal_);
         terminal_.close();
         if (!running()) finishCommand();
         return;
