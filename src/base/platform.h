@@ -1,6 +1,7 @@
 #pragma once
 
 #include <sys/types.h>
+#include <sys/un.h>
 #include <termios.h>
 #include <time.h>
 
@@ -32,7 +33,10 @@ std::optional<uid_t> peerUser(int socket);
 bool suppressBrokenPipeSignal(int socket);
 ssize_t sendQuietly(int socket, ByteView bytes);
 
-// bind(2) and connect(2) on a local address. The path must be shorter than 104 bytes. -1 with errno.
+// The address of a socket in the file system; the path must be shorter than 104 bytes.
+sockaddr_un localAddress(const std::string& path);
+
+// bind(2) and connect(2) on such an address. -1 with errno.
 int bindLocal(int socket, const std::string& path);
 int connectLocal(int socket, const std::string& path);
 

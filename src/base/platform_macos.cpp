@@ -37,26 +37,12 @@ bool suppressBrokenPipeSignal(int socket) {
 
 ssize_t sendQuietly(int socket, ByteView bytes) { return ::send(socket, bytes.data(), bytes.size(), 0); }
 
-namespace {
-
 sockaddr_un localAddress(const std::string& path) {
   sockaddr_un address{};
   address.sun_len = sizeof address;
   address.sun_family = AF_UNIX;
   std::memcpy(address.sun_path, path.data(), std::min(path.size(), sizeof address.sun_path - 1));
   return address;
-}
-
-}  // namespace
-
-int bindLocal(int socket, const std::string& path) {
-  const sockaddr_un address = localAddress(path);
-  return ::bind(socket, reinterpret_cast<const sockaddr*>(&address), sizeof address);
-}
-
-int connectLocal(int socket, const std::string& path) {
-  const sockaddr_un address = localAddress(path);
-  return ::connect(socket, reinterpret_cast<const sockaddr*>(&address), sizeof address);
 }
 
 pid_t forkTerminal(int* master, const winsize& size) {
