@@ -8,6 +8,7 @@
 #include "client/commands.h"
 #include "client/completion.h"
 #include "client/trouble.h"
+#include "client/wait_command_line.h"
 #include "protocol/version.h"
 
 namespace velotide::client {
@@ -86,6 +87,7 @@ class CommandLine {
   std::function<int()> agentAction_;
   std::string agentKind_;
   std::string payload_;
+  WaitCommandLine waits_;
   std::string owner_;
   std::string session_;
   std::string shell_;
@@ -115,6 +117,9 @@ CommandLine::CommandLine() {
   addAttention();
   addEvents();
   addAgent();
+  waits_.addTo([this](const char* name, const char* description, Action action) {
+    return add(name, description, std::move(action));
+  });
 }
 
 void CommandLine::addGeneralOptions(CLI::App* command) {
@@ -398,7 +403,7 @@ void CommandLine::takeCommand(CLI::App* command) {
 }
 
 bool CommandLine::passesStatus() const {
-  for (const char* name : {"new", "attach", "run"}) {
+  for (const char* name : {"new", "attach", "run", "exec"}) {
     if (app_.got_subcommand(name)) return true;
   }
   return false;
@@ -435,6 +440,7 @@ int CommandLine::run(int count, char** words) {
     std::reverse(own.begin(), own.end());
     app_.parse(std::move(own));
     for (CLI::App* command : app_.get_subcommands()) takeCommand(command);
+    waits_.exec.command = start_.command;
     send_.text.insert(send_.text.end(), start_.command.begin(), start_.command.end());
     if (agentAction_) return agentAction_();
     const Notices notices(isQuiet_);

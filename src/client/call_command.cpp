@@ -1,0 +1,114 @@
+#include <algorithm>
+#include <string_view>
+
+#include "client/mailbox_client.h"
+#include "client/printing.h"
+#include "client/session_names.h"
+#include "client/signal_pipe.h"
+#include "client/trouble.h"
+#include "client/wait_commands.h"
+
+namespace velotide::client {
+
+namespace {
+
+struct FieldNames {
+  std::vector<std::string_view> names;
+  template <typename T>
+  void operator()(const char* name, const T&) {
+    names.emplace_back(name);
+  }
+};
+
+bool isField(std::string_view name) {
+  const RuntimeNativeRequest request;
+  FieldNames fields;
+  RuntimeNativeRequest::fields(request, fields);
+  // Those two are the command's own.
+  if (name == "id" || name == "action") return false;
+  return std::find(fields.names.begin(), fields.names.end(), name) != fields.names.end();
+}
+
+std::string quoted(std::string_view text) {
+  ByteQueue out;
+  { JsonWriter(out).text(text); }
+  return std::string(out.text());
+}
+
+// One word of the command line as a member of a JSON object.
+std::string member(const std::string& word) {
+  const std::size_t equals = word.find('=');
+  if (equals == std::string::npos || equals == 0)
+    throw Trouble("A field is given as KEY=TEXT or KEY:=JSON, not as " + word + ".", ExitStatus::usage);
+  const bool isJson = word[equals - 1] == ':';
+  const std::string name = word.substr(0, equals - (isJson ? 1 : 0));
+  if (!isField(name))
+    throw Trouble("No field is named " + name + ". `velotide call --help` lists them.", ExitStatus::usage);
+  const std::string value = word.substr(equals + 1);
+  return quoted(name) + ":" + (isJson ? value : quoted(value));
+}
+
+// What stands between the braces of an object.
+std::string members(std::string_view object) {
+  constexpr std::string_view blank = " \t\r\n";
+  const std::size_t begin = object.find_first_not_of(blank);
+  const std::size_t end = object.find_last_not_of(blank);
+  if (begin == std::string_view::npos || begin == end || object[begin] != '{' || object[end] != '}')
+    throw Trouble("--json takes one JSON object.", ExitStatus::usage);
+  return std::string(object.substr(begin + 1, end - begin - 1));
+}
+
+RuntimeNativeRequest requestOf(const CallOptions& options) {
+  std::string text = "{\"id\":\"\",\"action\":" + quoted(options.action);
+  if (!options.object.empty()) {
+    const std::string inner = members(options.object);
+    if (inner.find_first_not_of(" \t\r\n") != std::string::npos) text += "," + inner;
+  }
+  for (const std::string& word : options.fields) text += "," + member(word);
+  ByteQueue json;
+  json.append(text + "}");
+  JsonDocument document;
+  auto request = decodeText<RuntimeNativeRequest>(document, json.mutableText());
+  // The service would drop it without an answer.
+  if (!request)
+    throw Trouble("A field does not have the form that the mailbox takes. `velotide call --help` lists them.",
+                  ExitStatus::usage);
+  request->action = options.action;
+  return std::move(*request);
+}
+
+std::string sessionText(Service& service, const std::string& name) {
+  // A whole name needs no connection to look it up.
+  return Uuid::parse(name) ? name : findSession(service, name).id.text();
+}
+
+}  // namespace
+
+int callAction(Service& service, const CallOptions& options) {
+  RuntimeNativeRequest request = requestOf(options);
+  if (!options.session.empty()) request.tab = sessionText(service, options.session);
+  const bool isAnswered = !request.noResponse.value_or(false);
+  const bool waits = request.action == rawWord(RuntimeNativeAction::waitSession);
+  const Seconds length = waits && request.waitSpec ? std::max(request.waitSpec->timeoutSeconds, 0.0) : 0;
+  const std::string owner = request.controlID.value_or("");
+  MailboxClient mailbox(service.root());
+  SignalPipe signals({SIGINT, SIGTERM, SIGHUP});
+  const std::string id = mailbox.send(std::move(request));
+  const Uptime deadline = now() + length + MailboxClient::answerDeadline;
+  if (!isAnswered) {
+    mailbox.awaitTaken(id, deadline);
+    return ExitStatus::success;
+  }
+  const std::optional<MailboxAnswer> answer = mailbox.await(id, deadline, signals.descriptor());
+  if (answer) {
+    print(answer->text + "\n");
+    if (!answer->record.ok) service.notices().error(answer->record.error.value_or("not ok"));
+    return answer->record.ok ? ExitStatus::success : ExitStatus::failure;
+  }
+  const std::vector<int> came = signals.take();
+  if (came.empty()) throw Trouble("The service does not answer through its mailbox. See `velotide status`.");
+  if (waits) mailbox.cancelWait(id, owner);
+  return ExitStatus::signalBase + came.front();
+}
+
+}  // namespace velotide::client

@@ -1,0 +1,184 @@
+#include "client/mailbox_client.h"
+
+#include <errno.h>
+#include <fcntl.h>
+#include <poll.h>
+#include <signal.h>
+#include <sys/stat.h>
+#include <unistd.h>
+
+#include <algorithm>
+#include <cmath>
+#include <cstring>
+#include <utility>
+
+#include "base/file_descriptor.h"
+#include "base/private_files.h"
+#include "client/notices.h"
+#include "client/trouble.h"
+#include "protocol/limits.h"
+
+namespace velotide::client {
+
+namespace {
+
+[[noreturn]] void failNotRunning(const std::string& root) {
+  throw Trouble("No service is running at " + root + ". Start one with a session in it: velotide new",
+                ExitStatus::notRunning);
+}
+
+[[noreturn]] void failUntrusted(const std::string& path) {
+  throw Trouble(path + " is not yours alone, so it is not believed. Find out who made it, and remove it.");
+}
+
+// The whole content of a private file; absent when there is no file of that name.
+std::optional<std::string> readPrivateFile(const std::string& path, std::size_t limit) {
+  const FileDescriptor file(::open(path.c_str(), O_RDONLY | O_NONBLOCK | O_NOFOLLOW | O_NOCTTY | O_CLOEXEC));
+  if (!file.isOpen() && errno == ENOENT) return std::nullopt;
+  if (!file.isOpen() || !isPrivateFile(file.get())) failUntrusted(path);
+  struct stat status {};
+  if (::fstat(file.get(), &status) != 0 || status.st_size > static_cast<off_t>(limit)) failUntrusted(path);
+  std::string content(static_cast<std::size_t>(status.st_size), '\0');
+  std::size_t total = 0;
+  while (total < content.size()) {
+    const ssize_t count = ::read(file.get(), content.data() + total, content.size() - total);
+    if (count < 0 && errno == EINTR) continue;
+    if (count <= 0) break;
+    total += static_cast<std::size_t>(count);
+  }
+  content.resize(total);
+  return content;
+}
+
+template <Record T>
+std::optional<T> decodeCopy(std::string_view text) {
+  JsonDocument document;
+  ByteQueue copy;
+  copy.append(text);
+  return decodeText<T>(document, copy.mutableText());
+}
+
+}  // namespace
+
+// Short sleeps that grow while nothing happens, with a look now and then whether the service still lives.
+struct MailboxClient::Pause {
+  static constexpr Seconds shortest = 0.001;
+  static constexpr Seconds longest = 0.02;
+  static constexpr Seconds checkEvery = 0.5;
+  static constexpr int probeEvery = 8;
+
+  explicit Pause(MailboxClient& client) : mailbox(client), checkedAt(now()) {}
+
+  // False when `deadline` has passed or `wakeDescriptor` is readable.
+  bool sleep(Uptime deadline, int wakeDescriptor) {
+    const Uptime instant = now();
+    if (deadline <= instant) return false;
+    if (instant - checkedAt > checkEvery) {
+      mailbox.checkService();
+      // A process that ended and was not collected still has its number; its socket refuses.
+      if (++checks % probeEvery == 0) mailbox.root_.connect();
+      checkedAt = instant;
+    }
+    pollfd entry{wakeDescriptor, POLLIN, 0};
+    const Seconds span = std::min(length, deadline - instant);
+    length = std::min(length * 1.5, longest);
+    return ::poll(&entry, 1, static_cast<int>(std::ceil(span * 1000))) <= 0;
+  }
+
+  MailboxClient& mailbox;
+  Uptime checkedAt;
+  int checks = 0;
+  Seconds length = shortest;
+};
+
+MailboxClient::MailboxClient(const ServiceRoot& root) : root_(root), path_(root.path() + "/native-tools") {
+  root_.check();
+  for (const char* part : {"", "/requests", "/responses"}) {
+    struct stat status {};
+    const std::string directory = path_ + part;
+    if (::lstat(directory.c_str(), &status) != 0) failNotRunning(root_.path());
+    if (!isPrivateDirectory(directory)) failUntrusted(directory);
+  }
+  service_ = readMetadata();
+  checkService();
+}
+
+RuntimeReadOnlyMetadata MailboxClient::readMetadata() const {
+  const std::string path = path_ + "/runtime.json";
+  const std::optional<std::string> text = readPrivateFile(path, TerminalRuntimeLimits::maximumFrameBytes);
+  if (!text) failNotRunning(root_.path());
+  const auto metadata = decodeCopy<RuntimeReadOnlyMetadata>(*text);
+  if (!metadata) throw Trouble(path + " cannot be understood. Compare the versions of client and service.");
+  return *metadata;
+}
+
+void MailboxClient::checkService() {
+  if (::kill(service_.pid, 0) != 0 && errno == ESRCH) failNotRunning(root_.path());
+  if (readMetadata().appEpoch != service_.appEpoch)
+    throw Trouble("The service was restarted meanwhile, and its sessions are gone. Try again.",
+                  ExitStatus::notRunning);
+}
+
+std::string MailboxClient::send(RuntimeNativeRequest request) {
+  request.id = Uuid::random().text();
+  ByteQueue text;
+  if (!encodeText(text, request) || text.size() > TerminalRuntimeLimits::maximumFrameBytes)
+    throw Trouble("The request is too long for the mailbox: at most 131072 bytes.", ExitStatus::usage);
+  const std::string file = path_ + "/requests/" + request.id;
+  try {
+    replacePrivateFile(file + ".json", file + ".pending", text.view());
+  } catch (const SystemFailure& failure) {
+    throw Trouble(
+        "The mailbox takes no request: " + std::string(std::strerror(static_cast<int>(failure.word))) + ".");
+  }
+  return request.id;
+}
+
+std::optional<MailboxAnswer> MailboxClient::take(const std::string& id) {
+  const std::string path = path_ + "/responses/" + id + ".json";
+  std::optional<std::string> text = readPrivateFile(path, maximumAnswerBytes);
+  if (!text) return std::nullopt;
+  ::unlink(path.c_str());
+  auto record = decodeCopy<RuntimeNativeResponse>(*text);
+  if (!record || record->id != id)
+    throw Trouble("The service's answer cannot be understood. Compare the versions of client and service.");
+  return MailboxAnswer{std::move(*text), std::move(*record)};
+}
+
+std::optional<MailboxAnswer> MailboxClient::await(const std::string& id, Uptime deadline,
+                                                  int wakeDescriptor) {
+  Pause pause(*this);
+  for (;;) {
+    if (std::optional<MailboxAnswer> answer = take(id)) return answer;
+    if (!pause.sleep(deadline, wakeDescriptor)) return take(id);
+  }
+}
+
+bool MailboxClient::awaitTaken(const std::string& id, Uptime deadline) {
+  const std::string path = path_ + "/requests/" + id + ".json";
+  Pause pause(*this);
+  while (::access(path.c_str(), F_OK) == 0) {
+    if (!pause.sleep(deadline, -1)) return false;
+  }
+  return true;
+}
+
+MailboxAnswer MailboxClient::call(RuntimeNativeRequest request) {
+  const std::string id = send(std::move(request));
+  std::optional<MailboxAnswer> answer = await(id, now() + answerDeadline);
+  if (!answer) throw Trouble("The service does not answer through its mailbox. See `velotide status`.");
+  return std::move(*answer);
+}
+
+void MailboxClient::cancelWait(const std::string& id, const std::string& owner) {
+  RuntimeNativeRequest request;
+  request.action = rawWord(RuntimeNativeAction::cancelWait);
+  request.controlID = owner;
+  request.waitID = id;
+  request.noResponse = true;
+  send(std::move(request));
+  constexpr Seconds patience = 2;
+  await(id, now() + patience);
+}
+
+}  // namespace velotide::client

@@ -1,0 +1,314 @@
+#include <algorithm>
+#include <cctype>
+#include <charconv>
+#include <limits>
+
+#include "client/mailbox_client.h"
+#include "client/printing.h"
+#include "client/session_names.h"
+#include "client/signal_pipe.h"
+#include "client/trouble.h"
+#include "client/wait_commands.h"
+
+namespace velotide::client {
+
+namespace {
+
+// What one wait at the service lasts at most; longer ones are made of several.
+constexpr Seconds longestWait = 60;
+
+std::string cursorText(const TerminalEventCursor& cursor) {
+  return cursor.appEpoch.text() + ":" + std::to_string(cursor.sequence);
+}
+
+template <typename Number>
+bool parseNumber(std::string_view text, Number& number) {
+  const auto result = std::from_chars(text.data(), text.data() + text.size(), number);
+  return !text.empty() && result.ec == std::errc() && result.ptr == text.data() + text.size();
+}
+
+TerminalEventCursor parseCursor(const std::string& text) {
+  const std::size_t colon = std::min(text.find(':'), text.size());
+  const std::optional<Uuid> epoch = Uuid::parse(text.substr(0, colon));
+  TerminalEventCursor cursor;
+  if (!epoch || colon == text.size() || !parseNumber(text.substr(colon + 1), cursor.sequence))
+    throw Trouble("--after takes a position as --show-cursor prints it: EPOCH:NUMBER, for --output NUMBER.",
+                  ExitStatus::usage);
+  cursor.appEpoch = *epoch;
+  return cursor;
+}
+
+// What to wait for, from the options and from how things stand.
+class Specification {
+ public:
+  Specification(Service& service, const WaitOptions& options) : options_(options) {
+    choose();
+    if (options.event && options.session.empty() && !options.after.empty()) {
+      spec.after = parseCursor(options.after);
+      return;
+    }
+    const TerminalRuntimeResponse state =
+        service.call(TerminalRuntimeRequest::make(TerminalRuntimeAction::list));
+    if (state.eventHead) spec.after = *state.eventHead;
+    if (!options.after.empty() && !options.output) spec.after = parseCursor(options.after);
+    if (options.event && options.session.empty()) return;
+    lookAt(state.sessions.value_or(std::vector<TerminalRuntimeSessionInfo>()));
+  }
+
+  TerminalWaitSpec spec;
+  // Whether the session was closed before there was anything to wait for.
+  bool isGone = false;
+
+ private:
+  void choose() {
+    const int chosen = !options_.command.empty() + options_.lastCommand + !options_.activity.empty() +
+                       options_.attention + options_.output + options_.event;
+    if (chosen != 1)
+      throw Trouble(
+          "Say what to wait for: one of --command, --last-command, --agent, --attention, --output, --event.",
+          ExitStatus::usage);
+    if (options_.session.empty() && !options_.event) throw Trouble("Name a session.", ExitStatus::usage);
+    if (options_.timeout && !(*options_.timeout >= 0))
+      throw Trouble("--timeout takes seconds, 0 or more.", ExitStatus::usage);
+  }
+
+  void lookAt(const std::vector<TerminalRuntimeSessionInfo>& sessions) {
+    const std::optional<Uuid> whole = Uuid::parse(options_.session);
+    isGone = whole && std::none_of(sessions.begin(), sessions.end(),
+                                   [&](const auto& session) { return session.id == *whole; });
+    if (isGone) {
+      spec.tabID = whole;
+      return;
+    }
+    const TerminalRuntimeSessionInfo& session = resolveName(options_.session, sessions);
+    spec.tabID = session.id;
+    if (!options_.command.empty() || options_.lastCommand) awaitCommand(session);
+    if (!options_.activity.empty()) awaitAgent(session);
+    if (options_.output) awaitOutput(session);
+    if (options_.attention) spec.condition = TerminalWaitCondition::attention;
+  }
+
+  void awaitCommand(const TerminalRuntimeSessionInfo& session) {
+    spec.condition = TerminalWaitCondition::commandFinished;
+    const auto commands = session.commands.value_or(std::vector<TerminalRuntimeCommandInfo>());
+    if (!options_.lastCommand) {
+      spec.commandID = Uuid::parse(options_.command);
+      if (!spec.commandID) spec.commandID = findCommand(commands);
+    } else if (!commands.empty()) {
+      spec.commandID = commands.back().id;
+    } else {
+      throw Trouble("The session's shell has told of no command yet. `velotide new` starts shells that do.");
+    }
+  }
+
+  Uuid findCommand(const std::vector<TerminalRuntimeCommandInfo>& commands) const {
+    std::string wanted = options_.command;
+    for (char& letter : wanted) letter = static_cast<char>(std::toupper(static_cast<unsigned char>(letter)));
+    std::vector<Uuid> found;
+    for (const TerminalRuntimeCommandInfo& command : commands) {
+      if (command.id.text().starts_with(wanted)) found.push_back(command.id);
+    }
+    if (found.size() != 1)
+      throw Trouble((found.empty() ? "No" : "More than one") + std::string(" recent command is named ") +
+                        options_.command + ". `velotide commands` shows them.",
+                    ExitStatus::usage);
+    return found.front();
+  }
+
+  void awaitAgent(const TerminalRuntimeSessionInfo& session) {
+    spec.condition = TerminalWaitCondition::agentState;
+    spec.activity = fromRawWord<TerminalAgentActivity>(options_.activity);
+    if (!spec.activity)
+      throw Trouble("An agent's activity is unknown, working, idle, blocked or exited.", ExitStatus::usage);
+    if (!session.agent) throw Trouble("No agent is known in the session. `velotide show` tells once one is.");
+    spec.instanceID = session.agent->instanceID;
+    spec.runID = session.agent->runID;
+  }
+
+  void awaitOutput(const TerminalRuntimeSessionInfo& session) {
+    spec.condition = TerminalWaitCondition::outputChanged;
+    std::int64_t revision = session.outputRevision.value_or(0);
+    if (!options_.after.empty() && (!parseNumber(options_.after, revision) || revision < 0))
+      throw Trouble("With --output, --after takes the number that --show-cursor prints.", ExitStatus::usage);
+    spec.revision = revision;
+  }
+
+  const WaitOptions& options_;
+};
+
+// One wait of the person's, made of as many of the service's as it takes.
+class Waiting {
+ public:
+  Waiting(Service& service, TerminalWaitSpec spec, std::optional<Seconds> timeout)
+      : mailbox_(service.root()), spec_(std::move(spec)), begin_(now()), timeout_(timeout) {}
+
+  // Absent when a signal came first.
+  std::optional<TerminalWaitResult> run() {
+    for (bool isRenewed = false;; isRenewed = true) {
+      const std::string id = begin();
+      if (isRenewed && comesAndGoes()) {
+        if (std::optional<TerminalWaitResult> missed = findMissed(id)) {
+          mailbox_.cancelWait(id, owner_);
+          return missed;
+        }
+      }
+      const std::optional<TerminalWaitResult> result = await(id);
+      if (!result || result->outcome != TerminalWaitOutcome::timeout || left() <= 0) return result;
+      spec_.after = result->cursor;
+    }
+  }
+
+  int signal() const { return signal_; }
+
+ private:
+  Seconds left() const {
+    if (!timeout_) return std::numeric_limits<Seconds>::infinity();
+    return std::max(*timeout_ - (now() - begin_), 0.0);
+  }
+
+  std::string begin() {
+    spec_.timeoutSeconds = std::min(left(), longestWait);
+    RuntimeNativeRequest request;
+    request.action = rawWord(RuntimeNativeAction::waitSession);
+    request.controlID = owner_;
+    request.waitSpec = spec_;
+    return mailbox_.send(std::move(request));
+  }
+
+  std::optional<TerminalWaitResult> await(const std::string& id) {
+    const Uptime deadline = now() + spec_.timeoutSeconds + MailboxClient::answerDeadline;
+    const std::optional<MailboxAnswer> answer = mailbox_.await(id, deadline, signals_.descriptor());
+    if (!answer) {
+      const std::vector<int> came = signals_.take();
+      if (came.empty())
+        throw Trouble("The service does not answer through its mailbox. See `velotide status`.");
+      signal_ = came.front();
+      mailbox_.cancelWait(id, owner_);
+      return std::nullopt;
+    }
+    if (answer->record.waitResult) return answer->record.waitResult;
+    const std::string word = answer->record.error.value_or("");
+    throw Trouble(word == "capacityExceeded"
+                      ? "The service holds all the waits it takes (128). Try again later."
+                      : explain(word));
+  }
+
+  // Present states are judged when a wait begins. What came and went between two waits is only in the log.
+  bool comesAndGoes() const {
+    return spec_.condition == TerminalWaitCondition::agentState ||
+           spec_.condition == TerminalWaitCondition::attention;
+  }
+
+  // Reads what was logged before the wait `id` began; what comes later it sees by itself.
+  std::optional<TerminalWaitResult> findMissed(const std::string& id) {
+    mailbox_.awaitTaken(id, now() + MailboxClient::answerDeadline);
+    RuntimeNativeRequest request;
+    request.action = rawWord(RuntimeNativeAction::readSessionEvents);
+    request.eventCursor = spec_.after;
+    for (bool hasMore = true; hasMore;) {
+      const MailboxAnswer answer = mailbox_.call(request);
+      // The wait itself tells what became of the log.
+      if (!answer.record.eventBatch) return std::nullopt;
+      for (const TerminalSessionEvent& event : answer.record.eventBatch->events) {
+        if (event.tabID == spec_.tabID && isMatch(event)) return matchOf(id, event);
+      }
+      hasMore = answer.record.eventBatch->hasMore;
+      request.eventCursor = answer.record.eventBatch->nextCursor;
+    }
+    return std::nullopt;
+  }
+
+  bool isMatch(const TerminalSessionEvent& event) const {
+    if (spec_.condition == TerminalWaitCondition::attention)
+      return event.kind == TerminalSessionEventKind::attentionCreated && event.attention;
+    return event.kind == TerminalSessionEventKind::agentChanged && event.agent &&
+           event.agent->instanceID == spec_.instanceID && event.agent->runID == spec_.runID &&
+           event.agent->activity == spec_.activity;
+  }
+
+  TerminalWaitResult matchOf(const std::string& id, const TerminalSessionEvent& event) const {
+    TerminalWaitResult result{id, TerminalWaitOutcome::matched, event.cursor};
+    if (spec_.condition == TerminalWaitCondition::attention)
+      result.attention = event.attention;
+    else
+      result.agent = event.agent;
+    return result;
+  }
+
+  MailboxClient mailbox_;
+  SignalPipe signals_{{SIGINT, SIGTERM, SIGHUP}};
+  const std::string owner_ = Uuid::random().text();
+  TerminalWaitSpec spec_;
+  const Uptime begin_;
+  const std::optional<Seconds> timeout_;
+  int signal_ = 0;
+};
+
+std::string wordOf(const TerminalWaitResult& result) {
+  if (result.commandState) return std::string(rawWord(*result.commandState));
+  if (result.agent) return std::string(rawWord(result.agent->activity));
+  if (result.event) return std::string(rawWord(result.event->kind));
+  if (result.attention) return std::string(rawWord(result.attention->kind));
+  return std::to_string(result.revision.value_or(0));
+}
+
+// The exit status, and what is said about an outcome that is no match.
+int conclude(const Notices& notices, TerminalWaitOutcome outcome) {
+  switch (outcome) {
+    case TerminalWaitOutcome::matched:
+      return ExitStatus::success;
+    case TerminalWaitOutcome::timeout:
+      notices.note("timed out");
+      return WaitStatus::timeout;
+    case TerminalWaitOutcome::targetClosed:
+      notices.error("the session is closed");
+      return WaitStatus::targetGone;
+    case TerminalWaitOutcome::targetReplaced:
+      notices.error("the session no longer knows that command, or has another agent now");
+      return WaitStatus::targetGone;
+    case TerminalWaitOutcome::appExited:
+      notices.error("the service was stopped");
+      return ExitStatus::notRunning;
+    case TerminalWaitOutcome::cancelled:
+      notices.error("somebody cancelled the wait");
+      return ExitStatus::failure;
+    case TerminalWaitOutcome::appRestarted:
+      notices.error("the service was restarted since that position: leave --after out");
+      return ExitStatus::failure;
+    case TerminalWaitOutcome::cursorExpired:
+      notices.error("what happened after that position is no longer held: leave --after out");
+      return ExitStatus::failure;
+    case TerminalWaitOutcome::futureCursor:
+      notices.error("that position lies in the future: leave --after out");
+      return ExitStatus::failure;
+    case TerminalWaitOutcome::disabled:
+      notices.error("the service does not watch agents");
+      return ExitStatus::failure;
+  }
+  return ExitStatus::failure;
+}
+
+}  // namespace
+
+int waitForSession(Service& service, const WaitOptions& options) {
+  const Specification specification(service, options);
+  TerminalWaitResult result{"", TerminalWaitOutcome::targetClosed, specification.spec.after};
+  if (!specification.isGone) {
+    Waiting waiting(service, specification.spec, options.timeout);
+    const std::optional<TerminalWaitResult> ended = waiting.run();
+    if (!ended) return ExitStatus::signalBase + waiting.signal();
+    result = *ended;
+  }
+  if (options.asJson)
+    printJson(result);
+  else if (result.outcome == TerminalWaitOutcome::matched)
+    print(wordOf(result) + "\n");
+  if (options.showsCursor) {
+    const bool counts = options.output && result.revision;
+    service.notices().error("cursor " +
+                            (counts ? std::to_string(*result.revision) : cursorText(result.cursor)));
+  }
+  return conclude(service.notices(), result.outcome);
+}
+
+}  // namespace velotide::client
