@@ -5,6 +5,7 @@
 #include <functional>
 #include <iostream>
 
+#include "client/agent_command_line.h"
 #include "client/commands.h"
 #include "client/completion.h"
 #include "client/trouble.h"
@@ -56,9 +57,6 @@ class CommandLine {
   void addSessionChanges();
   void addWatch();
   void addServiceCommands();
-  void addAttention();
-  void addEvents();
-  void addAgent();
   void addStartOptions(CLI::App* command, bool attaches);
   void addDetachKey(CLI::App* command);
   void takeCommand(CLI::App* command);
@@ -79,14 +77,7 @@ class CommandLine {
   ReadOptions read_;
   SendOptions send_;
   CloseOptions close_;
-  AttentionOptions attention_;
-  AcknowledgeOptions acknowledge_;
-  EventOptions events_;
-  AgentReportOptions report_;
-  // What an agent calls finds its session, and through it the service, by itself.
-  std::function<int()> agentAction_;
-  std::string agentKind_;
-  std::string payload_;
+  AgentCommandLine agents_;
   WaitCommandLine waits_;
   std::string owner_;
   std::string session_;
@@ -114,12 +105,11 @@ CommandLine::CommandLine() {
   addSessionChanges();
   addWatch();
   addServiceCommands();
-  addAttention();
-  addEvents();
-  addAgent();
-  waits_.addTo([this](const char* name, const char* description, Action action) {
+  const auto addFamily = [this](const char* name, const char* description, Action action) {
     return add(name, description, std::move(action));
-  });
+  };
+  agents_.addTo(addFamily, app_);
+  waits_.addTo(addFamily);
 }
 
 void CommandLine::addGeneralOptions(CLI::App* command) {
@@ -317,80 +307,6 @@ void CommandLine::addServiceCommands() {
       ->check(CLI::IsMember({"bash", "zsh", "fish"}));
 }
 
-void CommandLine::addAttention() {
-  CLI::App* agents = add("agents", "List the agents in the sessions",
-                         [this](Service& service) { return listAgents(service, asJson_); });
-  agents->add_flag("--json", asJson_, "One agent a line as JSON; [] when there is none");
-  agents->footer(
-      "\nSINCE is when the agent, or what was seen of it, last said so.\n"
-      "Fields: session, agent (instanceID, runID, kind, activity, blockReason, lastResult, source, "
-      "confidence,\n"
-      "reason, updatedAt, expiresAt, reportSequence, ruleVersion, context).");
-  CLI::App* attention = add("attention", "List what waits for you",
-                            [this](Service& service) { return listAttention(service, attention_); });
-  attention->add_flag("-f,--follow", attention_.follows, "Go on with every change");
-  attention->add_flag("--json", attention_.asJson, "One item a line as JSON; [] when there is none");
-  attention->footer(
-      "\nFields: id, tabID (the session), instanceID, runID, kind, createdAt, createdSequence, source, "
-      "confidence,\n"
-      "terminal, context, version, readAt, resolvedAt (then it no longer waits), isStale.");
-  CLI::App* ack = add("ack", "Acknowledge what waits for you",
-                      [this](Service& service) { return acknowledge(service, acknowledge_); });
-  ack->add_option("ITEM", acknowledge_.items, "Its ID or an unambiguous beginning");
-  ack->add_option("--session", acknowledge_.session, "All of this session")->type_name("SESSION");
-  ack->add_flag("--all", acknowledge_.all, "All");
-  ack->footer("\nNotices go away; what an agent asks stays, marked as seen, until the agent moves on.");
-}
-
-void CommandLine::addEvents() {
-  CLI::App* events =
-      add("events", "Print what happened", [this](Service& service) { return readEvents(service, events_); });
-  events->add_flag("-f,--follow", events_.follows, "Go on with what happens from now on");
-  events->add_option("--after", events_.after, "Begin behind this event; without it with the oldest held")
-      ->type_name("EPOCH:SEQUENCE");
-  events->add_flag("--show-cursor", events_.showsCursor,
-                   "Print the last cursor to standard error, for --after");
-  events->add_flag("--json", events_.asJson, "One event a line as JSON; [] when there is none");
-  events->footer(
-      "\nFields: cursor (appEpoch, sequence), tabID (the session), kind, occurredAt, commandID, "
-      "commandState, "
-      "revision,\n"
-      "agent, location, attention.");
-}
-
-void CommandLine::addAgent() {
-  CLI::App* agent = app_.add_subcommand("agent", "For agents to call: bind, and report their state");
-  agent->require_subcommand(1);
-  agent->footer(
-      "\nActs on the session that it runs in. Outside a session it does nothing and succeeds, so it may "
-      "stand in any\n"
-      "hook. Prints nothing on standard output; exit status 0 or 1, never 2.");
-  const auto addVerb = [this, agent](const char* name, const char* description, std::function<int()> action) {
-    CLI::App* verb = agent->add_subcommand(name, description);
-    verb->fallthrough();
-    verb->final_callback([this, action = std::move(action)] { agentAction_ = action; });
-    return verb;
-  };
-  CLI::App* bind = addVerb("bind", "Become the session's agent", [this] { return bindAgent(agentKind_); });
-  bind->add_option("KIND", agentKind_, "claude, codex or tesseral")->required();
-  CLI::App* report = addVerb("report", "Tell the agent's state", [this] { return reportAgent(report_); });
-  report->add_option("STATE", report_.activity, "working, idle, blocked or unknown")->required();
-  report->add_option("DETAIL", report_.detail,
-                     "Blocked: approval, question or other; idle: completed, failed, interrupted or unknown");
-  report->add_option("--agent-session", report_.agentSession, "The agent's own session")->type_name("UUID");
-  report->add_option("--task", report_.task, "What it works on")->type_name("NAME");
-  report->add_option("--gate", report_.gate, "What it waits at")->type_name("NAME");
-  CLI::App* leave = addVerb("exit", "Tell that the agent is over", [this] {
-    report_.activity = "exited";
-    return reportAgent(report_);
-  });
-  leave->add_option("RESULT", report_.detail, "completed, failed, interrupted or unknown");
-  CLI::App* hook = addVerb("hook", "Tell what an agent's hook says",
-                           [this] { return followAgentHook(agentKind_, payload_); });
-  hook->add_option("KIND", agentKind_, "claude or codex")->required();
-  hook->add_option("JSON", payload_, "What the hook got; standard input when left out");
-}
-
 // The program to start: what the parser left over, which begins at the first word that is no option.
 void CommandLine::takeCommand(CLI::App* command) {
   start_.command = command->remaining();
@@ -442,7 +358,8 @@ int CommandLine::run(int count, char** words) {
     for (CLI::App* command : app_.get_subcommands()) takeCommand(command);
     waits_.exec.command = start_.command;
     send_.text.insert(send_.text.end(), start_.command.begin(), start_.command.end());
-    if (agentAction_) return agentAction_();
+    // What an agent calls finds its session, and through it the service, by itself.
+    if (agents_.inSession) return agents_.inSession();
     const Notices notices(isQuiet_);
     Service service(ServiceRoot::find(root_), notices);
     return action_(service);
