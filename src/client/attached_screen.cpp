@@ -19,7 +19,7 @@ void AttachedScreen::giveBack() {
   const std::string cancel = modes_.isBetweenSequences() ? "" : "\x18";
   std::string off = modes_.switchOff();
   // A program that drew over the whole ordinary screen left the cursor anywhere.
-  if (!off.empty() && !modes_.isOnAlternateScreen()) off += "\x1b[999;1H";
+  if (modes_.isCursorHidden() && !modes_.isOnAlternateScreen()) off += "\x1b[999;1H";
   terminal_.writeAll(cancel + off, standstill);
   modes_ = {};
   terminal_.restore();

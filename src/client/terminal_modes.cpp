@@ -6,7 +6,11 @@ namespace velotide::client {
 
 namespace {
 
-bool isScreenMode(int number) { return number == 47 || number == 1047 || number == 1049; }
+// Whether a rendition only takes back what an earlier one set.
+bool isTakingBack(int rendition) {
+  return (rendition >= 22 && rendition <= 29) || rendition == 39 || rendition == 49 || rendition == 54 ||
+         rendition == 55 || rendition == 59;
+}
 
 }  // namespace
 
@@ -43,7 +47,7 @@ void TerminalModes::observeControl(const ControlSequence& control) {
   } else if (isPlain && control.final == 'r') {
     simple_.set(region, !control.parameters.empty());
   } else if (isPlain && control.final == 'm') {
-    simple_.set(rendition, control.parameters.size() > 1 || control.parameter(0) != 0);
+    observeRendition(control);
   } else if (control.prefix == '>' && control.final == 'm' && control.parameter(0) == 4) {
     simple_.set(otherKeys, control.parameter(1) != 0);
   } else if (control.prefix == 0 && control.intermediates == " " && control.final == 'q') {
@@ -59,11 +63,22 @@ void TerminalModes::setPrivateMode(int number, bool isOn) {
   }
 }
 
-bool TerminalModes::isOnAlternateScreen() const {
+bool TerminalModes::isChanged(int number) const {
   for (std::size_t index = 0; index < privateModes.size(); ++index) {
-    if (changed_[index] && isScreenMode(privateModes[index].number)) return true;
+    if (privateModes[index].number == number) return changed_[index];
   }
   return false;
+}
+
+bool TerminalModes::isOnAlternateScreen() const {
+  return isChanged(47) || isChanged(1047) || isChanged(1049);
+}
+
+void TerminalModes::observeRendition(const ControlSequence& control) {
+  if (control.parameters.empty()) simple_.reset(rendition);
+  for (const int parameter : control.parameters) {
+    if (!isTakingBack(parameter)) simple_.set(rendition, parameter != 0);
+  }
 }
 
 void TerminalModes::observeKeyboard(const ControlSequence& control) {

@@ -19,6 +19,7 @@ class TerminalModes {
   // What returns the terminal to its ordinary state; empty when it is in it.
   std::string switchOff() const;
   bool isOnAlternateScreen() const;
+  bool isCursorHidden() const { return isChanged(25); }
   // Whether something may be written between what was observed and what comes.
   bool isBetweenSequences() const { return !scanner_.isInside(); }
 
@@ -47,7 +48,9 @@ class TerminalModes {
 
   void observeSequence(std::string_view sequence);
   void observeControl(const ControlSequence& control);
+  bool isChanged(int number) const;
   void setPrivateMode(int number, bool isOn);
+  void observeRendition(const ControlSequence& control);
   void observeKeyboard(const ControlSequence& control);
   void softReset();
 

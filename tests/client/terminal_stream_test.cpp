@@ -75,7 +75,8 @@ TEST(TerminalModes, SwitchesOffWhatIsOnAndNothingElse) {
       {"\x1b[=3;1u", "\x1b[=0u"},
       {"\x1b[?1u\x1b[?2004$p\x1b[?25$p", ""},
       {"\x1b[1;31m", "\x1b[m"},
-      {"\x1b[1;31mred\x1b[0m", ""},
+      {"\x1b[1;31mred\x1b[0m\x1b[39;49m\x1b[27m", ""},
+      {"\x1b[7mx\x1b[39m", "\x1b[m"},
       {"\x1b[3;20r",
        "\x1b"
        "7\x1b[r\x1b"
