@@ -60,6 +60,7 @@ class CommandLine {
   void addStartOptions(CLI::App* command, bool attaches);
   void addDetachKey(CLI::App* command);
   void takeCommand(CLI::App* command);
+  std::vector<CompletedCommand> completed();
   int fail(const Trouble& trouble) const;
   int failUsage(const CLI::ParseError& error) const;
   bool passesStatus() const;
@@ -151,7 +152,8 @@ void CommandLine::addStart() {
   CLI::App* start = add("new", "Start a session and attach to it",
                         [this](Service& service) { return startSession(service, start_); });
   start->footer(
-      "\nWithout COMMAND your shell is started. Without a terminal, or with -d, the ID is printed.");
+      "\nvelotide new [OPTIONS] [--] [COMMAND...]\nWithout COMMAND your shell is started. Without a "
+      "terminal, or with -d, the ID is printed.");
   addStartOptions(start, true);
   CLI::App* attach = add("attach", "Connect this terminal with a session", [this](Service& service) {
     return attachSession(service, session_, start_.detachKey);
@@ -170,7 +172,8 @@ void CommandLine::addStart() {
         return restartSession(service, name, start_);
       });
   restart->footer(
-      "\nWithout COMMAND your shell is started, in the session's directory. The output begins anew.");
+      "\nvelotide restart [OPTIONS] SESSION [--] [COMMAND...]\nWithout COMMAND your shell is started, in the "
+      "session's directory. The output begins anew.");
   addStartOptions(restart, true);
 }
 
@@ -183,7 +186,8 @@ void CommandLine::addRun() {
                       });
   addStartOptions(run, false);
   run->footer(
-      "\nBetween terminals the program has this one; otherwise standard input and output are passed on as "
+      "\nvelotide run [OPTIONS] [--] COMMAND...\nBetween terminals the program has this one; otherwise "
+      "standard input and output are passed on as "
       "they are\n"
       "(standard error comes with the output). The session is closed at the end.");
 }
@@ -301,10 +305,25 @@ void CommandLine::addServiceCommands() {
                        [this](Service& service) { return stopService(service, closesAll_); });
   stop->add_flag("--close-all", closesAll_, "Close all sessions first");
   CLI::App* completion = add("completion", "Print completions for a shell",
-                             [this](Service&) { return printCompletion(shell_); });
+                             [this](Service&) { return printCompletion(shell_, completed()); });
   completion->add_option("SHELL", shell_, "bash, zsh or fish")
       ->required()
       ->check(CLI::IsMember({"bash", "zsh", "fish"}));
+}
+
+std::vector<CompletedCommand> CommandLine::completed() {
+  std::vector<CompletedCommand> commands;
+  for (const CLI::App* command : app_.get_subcommands({})) {
+    CompletedCommand known{command->get_name(), command->get_description(), {}, false, false};
+    for (const CLI::Option* option : command->get_options()) {
+      if (option->get_positional()) known.takesSessions |= option->get_name() == "SESSION";
+      for (const std::string& name : option->get_lnames()) known.options.push_back("--" + name);
+    }
+    known.takesSessions |= known.name == "restart";
+    known.takesProgram = known.name == "new" || known.name == "run";
+    commands.push_back(std::move(known));
+  }
+  return commands;
 }
 
 // The program to start: what the parser left over, which begins at the first word that is no option.
