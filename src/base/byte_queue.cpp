@@ -11,11 +11,6 @@ void ByteQueue::append(ByteView bytes) {
   commit(bytes.size());
 }
 
-std::span<std::uint8_t> ByteQueue::reserve(std::size_t count) {
-  if (capacity_ - end_ < count) makeRoom(count);
-  return {storage_.get() + end_, count};
-}
-
 void ByteQueue::consume(std::size_t count) {
   begin_ += count;
   if (begin_ != end_) return;

@@ -29,7 +29,10 @@ class ByteQueue {
   void append(std::string_view text) { append(bytesOf(text)); }
 
   // Room for `count` bytes behind the content; `commit` makes the first of them content.
-  std::span<std::uint8_t> reserve(std::size_t count);
+  std::span<std::uint8_t> reserve(std::size_t count) {
+    if (capacity_ - end_ < count) makeRoom(count);
+    return {storage_.get() + end_, count};
+  }
   void commit(std::size_t count) { end_ += count; }
 
   // Takes bytes from the front, or drops them from the back; `count` is at most size().

@@ -1,6 +1,7 @@
 #pragma once
 
 #include <array>
+#include <bit>
 #include <compare>
 #include <cstdint>
 #include <cstring>
@@ -30,8 +31,10 @@ struct Uuid {
 template <>
 struct std::hash<velotide::Uuid> {
   std::size_t operator()(const velotide::Uuid& uuid) const noexcept {
-    std::size_t value;
-    std::memcpy(&value, uuid.bytes.data(), sizeof value);
-    return value;
+    // Both halves count: whoever makes its own identifiers often counts in the second alone.
+    std::uint64_t halves[2];
+    std::memcpy(halves, uuid.bytes.data(), sizeof halves);
+    const std::uint64_t mixed = (halves[0] ^ std::rotl(halves[1], 29)) * 0x9E37'79B9'7F4A'7C15u;
+    return static_cast<std::size_t>(mixed ^ (mixed >> 32));
   }
 };

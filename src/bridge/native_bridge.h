@@ -21,8 +21,9 @@ class RuntimeNativeBridge {
   void setWaits(TerminalWaitCoordinator& waits) { targets_.waits = &waits; }
   void setAttentionStore(const TerminalAttentionStore& store) { targets_.attentionStore = &store; }
 
+  using Look = DirectoryWalk::Look;
   // One pass: takes up requests, publishes the waits that have ended, removes old responses. Never fails.
-  void process(BridgeSessions& sessions, Date now);
+  void process(BridgeSessions& sessions, Date now, Look look = Look::always);
 
  private:
   void answer(const RuntimeNativeRequest& request, BridgeSessions& sessions, Date now);

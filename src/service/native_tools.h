@@ -25,7 +25,8 @@ class NativeTools : private BridgeSessions {
   NativeTools(const std::string& root, TerminalSessionEventStore& events, TerminalAttentionStore& attention,
               SessionTable& sessions);
 
-  void process(Date now) { bridge_.process(*this, now); }
+  using Look = RuntimeNativeBridge::Look;
+  void process(Date now, Look look) { bridge_.process(*this, now, look); }
 
   const TerminalWaitCoordinator& waits() const { return waits_; }
   // Nothing waits, and every result has been handed out.

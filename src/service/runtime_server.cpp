@@ -5,6 +5,7 @@
 
 #include <algorithm>
 
+#include "base/platform.h"
 #include "protocol/limits.h"
 #include "protocol/runtime_failure.h"
 #include "protocol/transport_frame.h"
@@ -18,6 +19,7 @@ namespace {
 constexpr int acceptsPerTurn = 8;
 constexpr int framesPerCall = 8;
 constexpr Seconds exhaustionPause = 0.1;
+constexpr Seconds roundLength = 0.05;
 
 }  // namespace
 
@@ -30,11 +32,15 @@ void RuntimeServer::run() {
 }
 
 bool RuntimeServer::turn(int milliseconds) {
-  refreshSessions();
+  const bool isThorough = beginsRound();
+  refreshSessions(isThorough);
   reapRetired();
-  state_.tools.process(state_.clock.date());
+  state_.tools.process(state_.clock.date(),
+                       isThorough ? NativeTools::Look::always : NativeTools::Look::whenChanged);
   buildPollSet();
-  if (::poll(pollSet_.data(), static_cast<nfds_t>(pollSet_.size()), milliseconds) < 0) {
+  const int ready = ::poll(pollSet_.data(), static_cast<nfds_t>(pollSet_.size()), milliseconds);
+  wasIdle_ = ready == 0;
+  if (ready < 0) {
     if (errno == EINTR) return true;
     throw Failure(RuntimeFailure::unavailable);
   }
@@ -46,8 +52,22 @@ bool RuntimeServer::turn(int milliseconds) {
   return !hasDrained();
 }
 
-void RuntimeServer::refreshSessions() {
-  for (const auto& [id, session] : state_.sessions) session->refresh();
+// A busy service turns thousands of times a second. What the system tells cheaply, that a child ended or that
+// the mailbox changed, it asks in every turn; what needs a look at each child and each file, in idle turns
+// and every few milliseconds.
+bool RuntimeServer::beginsRound() {
+  const Uptime now = state_.clock.uptime();
+  if (!wasIdle_ && now - roundBegan_ < roundLength) return false;
+  roundBegan_ = now;
+  return true;
+}
+
+void RuntimeServer::refreshSessions(bool isThorough) {
+  const bool mayHaveEnded = isThorough || platform::mayHaveEndedChild();
+  for (const auto& [id, session] : state_.sessions) {
+    session->expire();
+    if (mayHaveEnded) session->noticeExit();
+  }
 }
 
 void RuntimeServer::reapRetired() {

@@ -33,7 +33,8 @@ class RuntimeServer {
   bool turn(int milliseconds = pollMilliseconds);
 
  private:
-  void refreshSessions();
+  bool beginsRound();
+  void refreshSessions(bool isThorough);
   void reapRetired();
   void buildPollSet();
   void acceptClients();
@@ -58,6 +59,9 @@ class RuntimeServer {
   // Whose terminals these are; looked up again before they are served.
   std::vector<Uuid> polledSessions_;
   std::vector<int> expiring_;
+  // Nothing was ready in the last turn.
+  bool wasIdle_ = true;
+  Uptime roundBegan_;
   // While the system has no descriptors left the listener stays readable; it is left alone until then.
   Uptime acceptAfter_;
 };

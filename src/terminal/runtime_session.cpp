@@ -82,11 +82,14 @@ std::optional<bool> RuntimeSession::echoes() const {
   return answer < 0 ? std::nullopt : std::optional(answer == 1);
 }
 
-void RuntimeSession::refresh() {
+void RuntimeSession::expire() {
   if (agentMonitor_.snapshot()) {
     updateAgent([this](TerminalAgentMonitor& monitor) { monitor.expire(clock_.date()); });
   }
   if (control_.hasLapsed(clock_.uptime())) releaseControl();
+}
+
+void RuntimeSession::noticeExit() {
   if (!running()) return;
   std::int32_t status = 0;
   const int polled = velotide_pty_poll_exit(pid_, &status);

@@ -63,9 +63,15 @@ class RuntimeSession {
   // Whether the terminal echoes; nothing when it cannot be asked.
   std::optional<bool> echoes() const;
 
-  // Lets time and the child's end take effect. Never throws: when the last output cannot be read the system
-  // log says so.
-  void refresh();
+  // Lets time take effect: leases and agent states that lapse.
+  void expire();
+  // Lets the child's end take effect. Never throws: when the last output cannot be read the system log says
+  // so.
+  void noticeExit();
+  void refresh() {
+    expire();
+    noticeExit();
+  }
   // Hangs up and lets go of the terminal. The child may still be running afterwards; whoever closes the
   // session reaps it.
   void close();

@@ -54,7 +54,8 @@ class Bridge : public testing::Test, protected BridgeSessions {
       all.push_back(entry.path().filename());
     return all;
   }
-  void pass() { bridge->process(*this, now); }
+  using Look = RuntimeNativeBridge::Look;
+  void pass(Look look = Look::always) { bridge->process(*this, now, look); }
 
   // The response to `id`, or nothing; it is then collected.
   std::optional<RuntimeNativeResponse> collect(const std::string& id) const {
