@@ -4,7 +4,6 @@
 #include <bit>
 #include <compare>
 #include <cstdint>
-#include <cstring>
 #include <functional>
 #include <optional>
 #include <string>
@@ -24,6 +23,10 @@ struct Uuid {
   std::string text() const;
 
   auto operator<=>(const Uuid&) const = default;
+  // As two words: tables are searched for identifiers in every turn.
+  bool operator==(const Uuid& other) const { return halves() == other.halves(); }
+
+  std::array<std::uint64_t, 2> halves() const { return std::bit_cast<std::array<std::uint64_t, 2>>(bytes); }
 };
 
 }  // namespace velotide
@@ -32,8 +35,7 @@ template <>
 struct std::hash<velotide::Uuid> {
   std::size_t operator()(const velotide::Uuid& uuid) const noexcept {
     // Both halves count: whoever makes its own identifiers often counts in the second alone.
-    std::uint64_t halves[2];
-    std::memcpy(halves, uuid.bytes.data(), sizeof halves);
+    const auto halves = uuid.halves();
     const std::uint64_t mixed = (halves[0] ^ std::rotl(halves[1], 29)) * 0x9E37'79B9'7F4A'7C15u;
     return static_cast<std::size_t>(mixed ^ (mixed >> 32));
   }

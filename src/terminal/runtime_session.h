@@ -107,10 +107,10 @@ class RuntimeSession {
 
   ReadOutcome readChunk();
   void acceptOutput(ByteView chunk);
-  void acceptBells(ByteView chunk);
+  void acceptBells(ByteView chunk, Date now);
   void finishCommand();
-  void publishCommand(const TerminalRuntimeCommandInfo& command);
-  void recordCommandReminder(const TerminalRuntimeCommandInfo& command);
+  void publishCommand(const TerminalRuntimeCommandInfo& command, Date now);
+  void recordCommandReminder(const TerminalRuntimeCommandInfo& command, Date now);
   void recordProcessExit(std::optional<std::int32_t> status);
   bool hasSemanticItem() const;
   void announceAgent(const TerminalAgentMonitor::Revision& before);

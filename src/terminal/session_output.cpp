@@ -49,14 +49,15 @@ RuntimeSession::ReadOutcome RuntimeSession::readChunk() {
 void RuntimeSession::acceptOutput(ByteView chunk) {
   const std::uint64_t start = journal_.endOffset();
   journal_.append(chunk);
-  acceptBells(chunk);
+  const Date now = clock_.date();
+  acceptBells(chunk, now);
   for (const TerminalRuntimeCommandInfo& command :
-       commandLedger_.accept(chunk, start, journal_.generation(), clock_.date())) {
-    publishCommand(command);
+       commandLedger_.accept(chunk, start, journal_.generation(), now)) {
+    publishCommand(command, now);
   }
   changed();
   increment(outputRevision_);
-  events_.publish(id_, TerminalSessionEventKind::outputChanged, clock_.date(), {.revision = outputRevision_});
+  events_.publish(id_, TerminalSessionEventKind::outputChanged, now, {.revision = outputRevision_});
 }
 
 }  // namespace velotide

@@ -11,12 +11,12 @@ using Context = TerminalAttentionTerminalContext;
 
 }  // namespace
 
-void RuntimeSession::acceptBells(ByteView chunk) {
+void RuntimeSession::acceptBells(ByteView chunk, Date now) {
   const std::uint64_t bells = bellParser_.accept(chunk);
   if (bells == 0 || !reminderPolicy_.allowsBell(agentMonitor_.snapshot(), hasSemanticItem())) return;
   Context bell{Context::Kind::bell, journal_.generation(), {}, {}, false};
   bell.occurrences = static_cast<std::int64_t>(bells);
-  attention_.record(bell, id_, clock_.date());
+  attention_.record(bell, id_, now);
 }
 
 // Whether the agent's integration already has an item of its own.
@@ -29,33 +29,36 @@ bool RuntimeSession::hasSemanticItem() const {
 
 // The running command ends with the session: how is not known.
 void RuntimeSession::finishCommand() {
+  const Date now = clock_.date();
   const std::optional<TerminalRuntimeCommandInfo> command =
-      commandLedger_.finish(TerminalCommandLifecycleState::completedUnknownStatus, {}, {}, clock_.date());
-  if (command) publishCommand(*command);
+      commandLedger_.finish(TerminalCommandLifecycleState::completedUnknownStatus, {}, {}, now);
+  if (command) publishCommand(*command, now);
 }
 
-void RuntimeSession::publishCommand(const TerminalRuntimeCommandInfo& command) {
+void RuntimeSession::publishCommand(const TerminalRuntimeCommandInfo& command, Date now) {
   changed();
   events_.publish(
       id_,
       command.endedAt ? TerminalSessionEventKind::commandFinished : TerminalSessionEventKind::commandStarted,
-      clock_.date(), {.commandID = command.id, .commandState = command.state});
+      now, {.commandID = command.id, .commandState = command.state});
   if (!command.endedAt) return;
-  recordCommandReminder(command);
-  updateAgent([&](TerminalAgentMonitor& monitor) { monitor.endObservedRun(command.id, clock_.date()); });
+  recordCommandReminder(command, now);
+  updateAgent([&](TerminalAgentMonitor& monitor) { monitor.endObservedRun(command.id, now); });
 }
 
-void RuntimeSession::recordCommandReminder(const TerminalRuntimeCommandInfo& command) {
+void RuntimeSession::recordCommandReminder(const TerminalRuntimeCommandInfo& command, Date now) {
+  const Seconds duration = std::max(*command.endedAt - command.startedAt, 0.0);
+  // Most commands are none to be reminded of whatever their evidence says.
+  if (!reminderPolicy_.allowsCommand(command.state, duration, false, true)) return;
   const TerminalRuntimeCommandLedger::Evidence* evidence = commandLedger_.evidence(command.id);
   if (evidence == nullptr) return;
-  const Seconds duration = std::max(*command.endedAt - command.startedAt, 0.0);
   if (!reminderPolicy_.allowsCommand(command.state, duration, evidence->isLowInformation,
                                      evidence->hasErrorSignal)) {
     return;
   }
   const bool failed = command.state == TerminalCommandLifecycleState::failed;
   attention_.record({Context::Kind::commandFinished, command.id, command.id, command.exitCode, failed}, id_,
-                    clock_.date());
+                    now);
 }
 
 // One reminder for each output generation, without a status when somebody else took it.
