@@ -12,6 +12,9 @@ double processorSeconds(pid_t process);
 
 std::uint64_t residentBytes(pid_t process);
 
+// Descriptors that a process holds.
+std::size_t openDescriptors(pid_t process);
+
 // forkpty() with the default line discipline at 80 columns and 24 rows.
 pid_t forkTerminal(int& master);
 

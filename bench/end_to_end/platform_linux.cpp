@@ -4,7 +4,9 @@
 #include <time.h>
 
 #include <cerrno>
+#include <filesystem>
 #include <fstream>
+#include <iterator>
 #include <string>
 
 #include "end_to_end/platform.h"
@@ -28,6 +30,11 @@ std::uint64_t residentBytes(pid_t process) {
     if (word == "Rss:" && rollup >> kibibytes) return kibibytes * 1024;
   }
   throw std::runtime_error("the resident set of a process cannot be read");
+}
+
+std::size_t openDescriptors(pid_t process) {
+  const std::filesystem::directory_iterator entries("/proc/" + std::to_string(process) + "/fd");
+  return static_cast<std::size_t>(std::distance(begin(entries), end(entries)));
 }
 
 pid_t forkTerminal(int& master) {

@@ -2,6 +2,8 @@
 #include <mach/mach_time.h>
 #include <util.h>
 
+#include <vector>
+
 #include "end_to_end/platform.h"
 #include "end_to_end/waiting.h"
 
@@ -28,6 +30,15 @@ double processorSeconds(pid_t process) {
 }
 
 std::uint64_t residentBytes(pid_t process) { return usageOf(process).ri_resident_size; }
+
+std::size_t openDescriptors(pid_t process) {
+  const int room = ::proc_pidinfo(process, PROC_PIDLISTFDS, 0, nullptr, 0);
+  if (room <= 0) failWithErrno("descriptors of a process");
+  std::vector<proc_fdinfo> entries(static_cast<std::size_t>(room) / sizeof(proc_fdinfo));
+  const int used = ::proc_pidinfo(process, PROC_PIDLISTFDS, 0, entries.data(), room);
+  if (used <= 0) failWithErrno("descriptors of a process");
+  return static_cast<std::size_t>(used) / sizeof(proc_fdinfo);
+}
 
 pid_t forkTerminal(int& master) {
   winsize size{24, 80, 0, 0};

@@ -57,6 +57,17 @@ void Process::end() {
   id_ = -1;
 }
 
+std::optional<int> Process::awaitEnd(std::chrono::milliseconds patience) {
+  const auto deadline = Clock::now() + patience;
+  int status = 0;
+  while (::waitpid(id_, &status, WNOHANG) != id_) {
+    if (Clock::now() > deadline) return std::nullopt;
+    pause(std::chrono::milliseconds(5));
+  }
+  id_ = -1;
+  return WIFEXITED(status) ? WEXITSTATUS(status) : -WTERMSIG(status);
+}
+
 Process forkProcess(const std::function<int()>& body) {
   const pid_t id = ::fork();
   if (id < 0) failWithErrno("fork");
@@ -92,6 +103,8 @@ void awaitOrphans() {
     if (reaped == 0) ::usleep(1000);
   }
 }
+
+bool hasChildren() { return ::waitpid(-1, nullptr, WNOHANG) >= 0; }
 
 SocketPair socketPair() {
   int ends[2];

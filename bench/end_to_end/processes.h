@@ -2,7 +2,9 @@
 
 #include <sys/types.h>
 
+#include <chrono>
 #include <functional>
+#include <optional>
 #include <string>
 #include <utility>
 #include <vector>
@@ -32,6 +34,9 @@ class Process {
   ~Process() { end(); }
   pid_t id() const { return id_; }
   void end();
+  // Waits for it to end by itself; its exit status, or minus the signal that ended it. Absent, and the child
+  // still there, when `patience` passed first.
+  std::optional<int> awaitEnd(std::chrono::milliseconds patience);
 
  private:
   pid_t id_;
@@ -58,6 +63,8 @@ int execute(const std::vector<std::string>& arguments,
 
 // Waits a moment for the adopted children of a process that was ended, which the end of their terminals ends.
 void awaitOrphans();
+// Whether this process has a child, adopted ones included.
+bool hasChildren();
 
 SocketPair socketPair();
 

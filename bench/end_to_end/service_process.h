@@ -35,6 +35,8 @@ class ServiceProcess {
   // From before the fork to the answer.
   double secondsToHello() const { return secondsToHello_; }
   WireClient connect() const;
+  // Waits for the end of a service that was asked to shut down; as Process::awaitEnd.
+  std::optional<int> awaitEnd(std::chrono::milliseconds patience) { return process_.awaitEnd(patience); }
 
  private:
   PrivateDirectory root_;

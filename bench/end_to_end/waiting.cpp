@@ -5,6 +5,7 @@
 
 #include <algorithm>
 #include <array>
+#include <atomic>
 #include <cerrno>
 #include <cstring>
 
@@ -14,7 +15,9 @@ namespace {
 constexpr std::array endingSignals{SIGINT, SIGTERM, SIGHUP, SIGQUIT};
 constexpr std::chrono::milliseconds longestNap{200};
 
-volatile sig_atomic_t signalReceived = 0;
+// Of any thread, and of the handler.
+std::atomic<int> signalReceived = 0;
+static_assert(std::atomic<int>::is_always_lock_free);
 Clock::time_point lastMoment = Clock::time_point::max();
 
 void rememberSignal(int signal) { signalReceived = signal; }
@@ -85,6 +88,7 @@ void writeAll(int descriptor, std::string_view bytes) {
   while (!bytes.empty()) {
     const ssize_t count = ::write(descriptor, bytes.data(), bytes.size());
     if (count < 0 && errno == EINTR) continue;
+    if (count < 0 && (errno == EPIPE || errno == ECONNRESET)) throw ConnectionEnded("nobody reads any more");
     if (count < 0) failWithErrno("write");
     bytes.remove_prefix(static_cast<std::size_t>(count));
   }

@@ -20,6 +20,11 @@ struct Interrupted : std::runtime_error {
   using std::runtime_error::runtime_error;
 };
 
+// Thrown when the other side closed a connection.
+struct ConnectionEnded : std::runtime_error {
+  using std::runtime_error::runtime_error;
+};
+
 [[noreturn]] void failWithErrno(const std::string& what);
 
 // From here on a terminating signal, or the passing of `limit`, makes the next wait throw Interrupted, so
@@ -39,6 +44,7 @@ void pause(std::chrono::milliseconds duration);
 
 // Reads once from a ready descriptor. The end of a stream, and of a terminal whose child has gone, is 0.
 std::size_t readSome(int descriptor, std::span<char> buffer);
+// Throws ConnectionEnded when nobody reads any more.
 void writeAll(int descriptor, std::string_view bytes);
 
 }  // namespace velotide::bench

@@ -4,6 +4,7 @@
 #include <sys/un.h>
 
 #include <algorithm>
+#include <atomic>
 #include <cstdio>
 #include <stdexcept>
 
@@ -33,18 +34,22 @@ WireClient::WireClient(std::string socketPath, std::string capability)
     : capability_(std::move(capability)), socket_(connectTo(socketPath)) {}
 
 std::string WireClient::send(std::string_view action, std::string_view fields) {
-  const std::string id = freshUuid();
+  std::string id = freshUuid();
+  sendAs(id, action, fields);
+  return id;
+}
+
+void WireClient::sendAs(const std::string& id, std::string_view action, std::string_view fields) {
   std::string request = R"({"protocolVersion":3,"id":)" + jsonText(id) + R"(,"action":)" + jsonText(action);
   if (!capability_.empty()) request += R"(,"capability":)" + jsonText(capability_);
   writeAll(socket_.get(), request.append(fields) + "}\n");
-  return id;
 }
 
 std::string_view WireClient::receive() {
   while (true) {
     if (const auto line = lines_.next()) return *line;
     awaitReadable(socket_.get());
-    if (!lines_.fill(socket_.get())) throw std::runtime_error("the service ended the connection");
+    if (!lines_.fill(socket_.get())) throw ConnectionEnded("the service ended the connection");
   }
 }
 
@@ -111,7 +116,9 @@ void closeSession(WireClient& client, const HostedSession& session) {
 std::optional<OutputBatch> outputIn(std::string_view record, std::string& scratch) {
   const auto data = findText(record, "data");
   if (!data || data->empty()) return std::nullopt;
-  OutputBatch batch{*data, requireNumber(record, "offset")};
+  // The session described before the data has commands with offsets of their own.
+  const std::string_view behind = record.substr(static_cast<std::size_t>(data->end() - record.begin()));
+  OutputBatch batch{*data, requireNumber(behind, "offset")};
   // A slash may be written with a backslash before it.
   if (data->find('\\') != std::string_view::npos) {
     scratch = *data;
@@ -122,7 +129,7 @@ std::optional<OutputBatch> outputIn(std::string_view record, std::string& scratc
 }
 
 std::string freshUuid() {
-  static std::uint64_t issued = 0;
+  static std::atomic<std::uint64_t> issued = 0;
   char text[37];
   std::snprintf(text, sizeof(text), "B0000000-0000-4000-8000-%012llX",
                 static_cast<unsigned long long>(++issued));

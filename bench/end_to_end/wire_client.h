@@ -21,6 +21,8 @@ class WireClient {
 
   // Sends a request with these extra fields, each of them written behind a comma; answers its ID.
   std::string send(std::string_view action, std::string_view fields = {});
+  // The same under an ID that was used before.
+  void sendAs(const std::string& id, std::string_view action, std::string_view fields);
   // The next line, waiting for it; valid until the next call.
   std::string_view receive();
   // Sends and waits for the answer, skipping pushes; throws when the service refuses.
@@ -61,6 +63,7 @@ struct OutputBatch {
 };
 std::optional<OutputBatch> outputIn(std::string_view record, std::string& scratch);
 
+// Unique in this run; any thread may ask.
 std::string freshUuid();
 
 }  // namespace velotide::bench

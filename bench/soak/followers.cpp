@@ -1,0 +1,147 @@
+#include "soak/followers.h"
+
+#include <stdexcept>
+
+#include "end_to_end/json_text.h"
+
+namespace velotide::bench {
+namespace {
+
+using std::chrono::milliseconds;
+
+constexpr milliseconds turn{20};
+// A subscriber that leaves this long unread is dropped, by its bytes or by the time.
+constexpr std::uint64_t longStallMilliseconds = 33'000;
+
+}  // namespace
+
+Follower::Follower(const ServiceProcess& service, const Fleet& fleet, Tally& tally, std::uint64_t seed)
+    : service_(service), fleet_(fleet), tally_(tally), random_(seed) {}
+
+int Follower::descriptor(Clock::time_point now) const {
+  return client_ && readAt_ <= now ? client_->descriptor() : -1;
+}
+
+void Follower::disconnect() {
+  client_.reset();
+  subscription_.clear();
+  readAt_ = {};
+}
+
+void Follower::proceed(Clock::time_point now) {
+  if (client_ && !subscription_.empty()) {
+    if (nextWhim_ <= now) followWhim(now);
+    return;
+  }
+  if (connectAt_ > now) return;
+  if (!check_) chooseSession();
+  if (!check_) return;
+  if (!client_) client_.emplace(service_.connect());
+  subscribe();
+}
+
+void Follower::chooseSession() {
+  place_ = random_.below(Fleet::size);
+  const auto member = fleet_.at(place_);
+  if (!member || member->isLeaving) return;
+  member_ = *member;
+  check_.emplace(member_.plan.stream, member_.session.generation, 0);
+}
+
+void Follower::subscribe() {
+  nextWhim_ = Clock::now() + milliseconds(random_.between(50, 5000));
+  try {
+    subscription_ =
+        client_->send("subscribe", member_.session.address() + member_.session.after(check_->position()));
+  } catch (const ConnectionEnded&) {
+    disconnect();
+    connectAt_ = Clock::now() + milliseconds(20);
+  }
+}
+
+void Follower::followWhim(Clock::time_point now) {
+  nextWhim_ = now + milliseconds(random_.between(50, 5000));
+  switch (random_.below(10)) {
+    case 0:
+      readAt_ = now + milliseconds(random_.between(2000, longStallMilliseconds));
+      nextWhim_ = readAt_ + milliseconds(200);
+      return;
+    case 1:
+    case 2:
+    case 3:
+      readAt_ = now + milliseconds(random_.between(10, 2000));
+      nextWhim_ = readAt_ + milliseconds(200);
+      return;
+    case 4:
+    case 5:
+    case 6:
+      ++tally_.departures;
+      disconnect();
+      connectAt_ = now + milliseconds(random_.below(3000));
+      return;
+    case 7:
+      return subscribe();
+    default:
+      check_.reset();
+      chooseSession();
+      if (check_) return subscribe();
+      return disconnect();
+  }
+}
+
+void Follower::receive() {
+  if (!client_->lines().fill(client_->descriptor())) {
+    // Left too much unread, beyond the limit of clients, or its session was restarted: the next subscription
+    // tells, and shows that nothing is lost.
+    ++tally_.cutOffs;
+    disconnect();
+    connectAt_ = Clock::now() + milliseconds(20);
+    return;
+  }
+  const std::string mark = R"("id":)" + jsonText(subscription_);
+  while (const auto line = client_->lines().next()) {
+    // What an earlier subscription on this connection still sends is of no interest.
+    if (line->find(mark) == std::string_view::npos) continue;
+    if (line->find(R"("ok":false)") != std::string_view::npos) {
+      return endSubscription(requireText(*line, "error"));
+    }
+    const auto output = carriedOutputIn(*line, scratch_);
+    if (!output) throw std::runtime_error("a push without output: " + std::string(line->substr(0, 600)));
+    check_->accept(*output, tally_);
+  }
+}
+
+void Follower::endSubscription(std::string_view refusal) {
+  const bool isKnown =
+      refusal == "target_closed" || refusal == "unavailable" || refusal == "generation_changed";
+  if (!isKnown) throw std::runtime_error("a subscription was refused: " + std::string(refusal));
+  fleet_.requireLeaving(place_, member_, refusal);
+  subscription_.clear();
+  check_.reset();
+}
+
+Followers::Followers(const ServiceProcess& service, const Fleet& fleet, Tally& tally, std::uint64_t seed) {
+  for (std::size_t index = 0; index < count; ++index) {
+    members_.push_back(std::make_unique<Follower>(service, fleet, tally, seed + index));
+  }
+}
+
+void Followers::act() {
+  const auto now = Clock::now();
+  entries_.clear();
+  for (const auto& member : members_) {
+    member->proceed(now);
+    entries_.push_back({member->descriptor(now), POLLIN, 0});
+  }
+  if (::poll(entries_.data(), static_cast<nfds_t>(entries_.size()), static_cast<int>(turn.count())) <= 0)
+    return;
+  for (std::size_t index = 0; index < entries_.size(); ++index) {
+    if (entries_[index].revents != 0) members_[index]->receive();
+  }
+}
+
+void Followers::rest() {
+  for (const auto& member : members_) member->disconnect();
+}
+
+}  // namespace velotide::bench

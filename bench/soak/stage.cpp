@@ -1,0 +1,71 @@
+#include "soak/stage.h"
+
+#include <stdexcept>
+
+namespace velotide::bench {
+namespace {
+
+constexpr std::chrono::seconds restPatience{90};
+
+}  // namespace
+
+void Stage::add(std::unique_ptr<Actor> actor) {
+  actors_.push_back(std::move(actor));
+  threads_.emplace_back([this, &added = *actors_.back()] { play(added); });
+}
+
+void Stage::play(Actor& actor) {
+  try {
+    while (mayAct(actor)) actor.act();
+  } catch (const std::exception& failure) {
+    const std::lock_guard lock(mutex_);
+    if (!failure_) failure_ = actor.name() + ": " + failure.what();
+    isOver_ = true;
+    changed_.notify_all();
+  }
+}
+
+bool Stage::mayAct(Actor& actor) {
+  std::unique_lock lock(mutex_);
+  if (!restWanted_ && !isOver_) return true;
+  lock.unlock();
+  actor.rest();
+  lock.lock();
+  ++resting_;
+  changed_.notify_all();
+  changed_.wait(lock, [this] { return !restWanted_ || isOver_; });
+  --resting_;
+  return !isOver_;
+}
+
+void Stage::rest(const std::function<void()>& look) {
+  std::unique_lock lock(mutex_);
+  restWanted_ = true;
+  const bool allRest =
+      changed_.wait_for(lock, restPatience, [this] { return resting_ == threads_.size() || isOver_; });
+  if (!allRest) throw std::runtime_error("somebody did not come to rest");
+  if (!isOver_) {
+    lock.unlock();
+    look();
+    lock.lock();
+  }
+  restWanted_ = false;
+  changed_.notify_all();
+}
+
+void Stage::end() {
+  {
+    const std::lock_guard lock(mutex_);
+    isOver_ = true;
+    changed_.notify_all();
+  }
+  for (std::thread& thread : threads_) thread.join();
+  threads_.clear();
+}
+
+std::optional<std::string> Stage::failure() const {
+  const std::lock_guard lock(mutex_);
+  return failure_;
+}
+
+}  // namespace velotide::bench
