@@ -5,6 +5,7 @@
 #include <exception>
 #include <string_view>
 
+#include "base/platform.h"
 #include "base/time.h"
 #include "protocol/runtime_failure.h"
 #include "service/runtime_server.h"
@@ -18,6 +19,7 @@ void terminalRuntimeMain(int count, char** arguments) {
   if (count != 3 || std::string_view(arguments[1]) != "--root") throw Failure(RuntimeFailure::invalidRequest);
   ::umask(ownerOnly);
   ::setsid();
+  platform::giveBackFreedMemory();
   const SystemClock clock;
   RuntimeServer server(arguments[2], clock);
   server.run();

@@ -57,6 +57,10 @@ void closeDescriptorsFrom(int first, int kept);
 // Keeps a page-aligned region out of forked children's memory and out of huge pages. Best effort.
 void keepFromChildren(void* region, std::size_t size);
 
+// From here on large allocations go back to the system when they are freed. Without this some allocators keep
+// what a burst once needed for as long as the process lives. Best effort; before the first allocations.
+void giveBackFreedMemory();
+
 // Path of the running executable; empty when the system does not tell.
 std::string executablePath();
 

@@ -1,4 +1,5 @@
 #include <errno.h>
+#include <malloc.h>
 #include <pty.h>
 #include <sys/mman.h>
 #include <sys/random.h>
@@ -69,6 +70,10 @@ void keepFromChildren(void* region, std::size_t size) {
   // Neighbouring regions merge; a huge page across them would cost an idle session 2 MiB.
   madvise(region, size, MADV_NOHUGEPAGE);
 }
+
+// Setting the threshold also keeps it: by itself it rises to the largest block that was ever freed, and how
+// much free memory is kept at the end of the heap rises with it.
+void giveBackFreedMemory() { mallopt(M_MMAP_THRESHOLD, 128 * 1024); }
 
 std::string executablePath() {
   char path[PATH_MAX];

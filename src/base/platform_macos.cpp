@@ -70,6 +70,9 @@ void closeDescriptorsFrom(int first, int kept) {
 
 void keepFromChildren(void* region, std::size_t size) { minherit(region, size, VM_INHERIT_NONE); }
 
+// The system's allocator does so by itself.
+void giveBackFreedMemory() {}
+
 std::string executablePath() {
   char path[PATH_MAX];
   std::uint32_t size = sizeof path;

@@ -1,6 +1,7 @@
 """Bytes on the socket: what makes a frame, what drops a client, and what is recorded of it."""
 
 import json
+import subprocess
 import time
 import unittest
 
@@ -195,6 +196,22 @@ class SlowClients(RuntimeCase):
         self.assertGreater(drop["queuedBytes"], 2097152 - 100000)
         lines = [json.loads(line) for line in stalled.read_to_end().split(b"\n")[:-1]]
         self.assertEqual({identifier}, {line["id"] for line in lines})
+
+    def test_what_slow_clients_filled_is_given_back(self):
+        session = self.client.create("head -c 100000 /dev/zero; exec sleep 30")
+        session.read_until(lambda reply: len(session.seen) == 100000, "all output")
+        reading = {"sessionID": session.info["id"], "generation": session.info["generation"]}
+
+        def resident():
+            shown = subprocess.check_output(["ps", "-o", "rss=", "-p", str(self.runtime.process.pid)])
+            return int(shown) * 1024
+
+        before = resident()
+        for rounds in range(1, 4):
+            for client in [self.connect() for _ in range(4)]:
+                client.send(b"".join(client.text("read", **reading)[1] for _ in range(40)))
+            wait_until(lambda: len(self.client.request("diagnostics")["disconnects"]) == 4 * rounds, "cut-offs")
+        wait_until(lambda: resident() - before < 1048576, "memory given back")
 
     def test_idle_clients_end_after_five_seconds_and_subscribers_stay(self):
         session = self.client.create("head -c 100000 /dev/zero; exec sleep 30")
