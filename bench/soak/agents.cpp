@@ -20,7 +20,7 @@ AgentUser::AgentUser(const ServiceProcess& service, const Fleet& fleet, Tally& t
 
 // Even places: the others are those of the agents that bind through the mailbox.
 void AgentUser::act() {
-  place_ = random_.between(Fleet::echoing, Fleet::size - 1) & ~std::size_t{1};
+  place_ = 2 * random_.between((Fleet::echoing + 1) / 2, (Fleet::size - 1) / 2);
   const auto member = fleet_.at(place_);
   if (!member || member->isLeaving || member->plan.length != 0) return;
   member_ = *member;
