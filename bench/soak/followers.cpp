@@ -40,11 +40,19 @@ void Follower::proceed(Clock::time_point now) {
   subscribe();
 }
 
+// Of a few sessions the one that writes most.
 void Follower::chooseSession() {
-  place_ = random_.below(Fleet::size);
-  const auto member = fleet_.at(place_);
-  if (!member || member->isLeaving) return;
-  member_ = *member;
+  std::optional<Member> chosen;
+  for (int drawn = 0; drawn < 3; ++drawn) {
+    const std::size_t place = random_.below(Fleet::size);
+    const auto member = fleet_.at(place);
+    if (!member || member->isLeaving) continue;
+    if (chosen && chosen->plan.bytesPerSecond >= member->plan.bytesPerSecond) continue;
+    chosen = member;
+    place_ = place;
+  }
+  if (!chosen) return;
+  member_ = *chosen;
   check_.emplace(member_.plan.stream, member_.session.generation, 0);
 }
 
@@ -61,32 +69,28 @@ void Follower::subscribe() {
 
 void Follower::followWhim(Clock::time_point now) {
   nextWhim_ = now + milliseconds(random_.between(50, 5000));
-  switch (random_.below(10)) {
-    case 0:
-      readAt_ = now + milliseconds(random_.between(2000, longStallMilliseconds));
-      nextWhim_ = readAt_ + milliseconds(200);
-      return;
-    case 1:
-    case 2:
-    case 3:
-      readAt_ = now + milliseconds(random_.between(10, 2000));
-      nextWhim_ = readAt_ + milliseconds(200);
-      return;
-    case 4:
-    case 5:
-    case 6:
-      ++tally_.departures;
-      disconnect();
-      connectAt_ = now + milliseconds(random_.below(3000));
-      return;
-    case 7:
-      return subscribe();
-    default:
-      check_.reset();
-      chooseSession();
-      if (check_) return subscribe();
-      return disconnect();
+  const std::uint64_t whim = random_.below(20);
+  if (whim == 0) {
+    stall(now + milliseconds(random_.between(2000, longStallMilliseconds)));
+  } else if (whim < 6) {
+    stall(now + milliseconds(random_.between(10, 2000)));
+  } else if (whim < 14) {
+    ++tally_.departures;
+    disconnect();
+    connectAt_ = now + milliseconds(random_.below(3000));
+  } else if (whim < 16) {
+    subscribe();
+  } else {
+    check_.reset();
+    chooseSession();
+    if (check_) return subscribe();
+    disconnect();
   }
+}
+
+void Follower::stall(Clock::time_point until) {
+  readAt_ = until;
+  nextWhim_ = until + milliseconds(200);
 }
 
 void Follower::receive() {

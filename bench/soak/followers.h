@@ -30,6 +30,7 @@ class Follower {
   void subscribe();
   void chooseSession();
   void followWhim(Clock::time_point now);
+  void stall(Clock::time_point until);
   void endSubscription(std::string_view refusal);
 
   const ServiceProcess& service_;

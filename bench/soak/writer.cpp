@@ -47,19 +47,11 @@ void Writer::begin(Typing& typing, Member member) {
 void Writer::act() {
   Typing& typing = typings_[random_.below(typings_.size())];
   if (typing.check.position() == 0) awaitEcho(typing);
-  switch (random_.below(12)) {
-    case 0:
-      return restart(typing);
-    case 1:
-      return replace(typing);
-    case 2:
-    case 3:
-    case 4:
-    case 5:
-      return typeAsAgent(typing);
-    default:
-      return typeAsPerson(typing);
-  }
+  const std::uint64_t whim = random_.below(100);
+  if (whim == 0) return restart(typing);
+  if (whim == 1) return replace(typing);
+  if (whim < 40) return typeAsAgent(typing);
+  typeAsPerson(typing);
 }
 
 void Writer::rest() {
