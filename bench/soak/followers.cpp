@@ -57,7 +57,7 @@ void Follower::chooseSession() {
 }
 
 void Follower::subscribe() {
-  nextWhim_ = Clock::now() + milliseconds(random_.between(50, 5000));
+  nextWhim_ = Clock::now() + milliseconds(random_.between(50, 2500));
   try {
     subscription_ =
         client_->send("subscribe", member_.session.address() + member_.session.after(check_->position()));
@@ -68,7 +68,7 @@ void Follower::subscribe() {
 }
 
 void Follower::followWhim(Clock::time_point now) {
-  nextWhim_ = now + milliseconds(random_.between(50, 5000));
+  nextWhim_ = now + milliseconds(random_.between(50, 2500));
   const std::uint64_t whim = random_.below(20);
   if (whim == 0) {
     stall(now + milliseconds(random_.between(2000, longStallMilliseconds)));

@@ -12,9 +12,9 @@ using Record = std::array<char, KnownStream::recordBytes>;
 
 constexpr std::uint64_t step = 0x9E3779B97F4A7C15;
 // Records from the start of one command to the start of the next, and the places between.
-constexpr std::uint64_t commandRecords = 32;
-constexpr std::uint64_t bellRecord = 12;
-constexpr std::uint64_t endRecord = 24;
+constexpr std::uint64_t commandRecords = 8;
+constexpr std::uint64_t bellRecord = 3;
+constexpr std::uint64_t endRecord = 6;
 
 // A counter becomes a number without pattern: every step of this is reversible and spreads each bit.
 std::uint64_t scrambled(std::uint64_t counter) {

@@ -42,9 +42,19 @@ Reply SteadyClient::exchange() {
   }
 }
 
+void SteadyClient::noteSlowest(Clock::time_point sent) {
+  const auto taken = std::chrono::duration_cast<std::chrono::milliseconds>(Clock::now() - sent);
+  const auto milliseconds = static_cast<std::uint64_t>(taken.count());
+  std::uint64_t slowest = tally_.slowestMilliseconds;
+  while (slowest < milliseconds && !tally_.slowestMilliseconds.compare_exchange_weak(slowest, milliseconds)) {
+  }
+}
+
 Reply SteadyClient::awaitReply() {
   const std::string mark = R"("id":)" + jsonText(id_);
+  const auto sent = Clock::now();
   const std::string_view record = client_->receive();
+  noteSlowest(sent);
   if (record.find(mark) == std::string_view::npos) {
     throw std::runtime_error("expected the answer to " + id_ + ", seen " +
                              std::string(record.substr(0, shownBytes)));

@@ -5,6 +5,7 @@
 #include <string_view>
 
 #include "end_to_end/service_process.h"
+#include "end_to_end/waiting.h"
 #include "soak/tally.h"
 
 namespace velotide::bench {
@@ -36,6 +37,7 @@ class SteadyClient {
  private:
   Reply exchange();
   Reply awaitReply();
+  void noteSlowest(Clock::time_point sent);
 
   const ServiceProcess& service_;
   Tally& tally_;

@@ -29,6 +29,8 @@ struct Tally {
   Count intrusions = 0;
   Count waits = 0;
   Count letters = 0;
+  // From the sending of a request to its answer, the longest of all.
+  Count slowestMilliseconds = 0;
   // Connections that requests had to be sent again on.
   Count reconnections = 0;
 };
