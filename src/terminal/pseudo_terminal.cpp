@@ -121,7 +121,10 @@ int velotide_pty_echo(int master) {
 
 int velotide_pty_poll_exit(std::int32_t pid, std::int32_t* status) {
   int raw = 0;
-  const pid_t reaped = ::waitpid(pid, &raw, WNOHANG);
+  pid_t reaped;
+  do {
+    reaped = ::waitpid(pid, &raw, WNOHANG);
+  } while (reaped < 0 && errno == EINTR);
   if (reaped <= 0) return reaped;
   if (WIFEXITED(raw)) {
     *status = WEXITSTATUS(raw);
