@@ -51,6 +51,8 @@ void writeAll(int descriptor, ByteView content) {
   while (!content.empty()) {
     const ssize_t written = ::write(descriptor, content.data(), content.size());
     if (written < 0 && errno != EINTR) throw systemFailure(errno);
+    // A file that takes nothing and gives no reason would be written to for ever.
+    if (written == 0) throw systemFailure(EIO);
     if (written > 0) content = content.subspan(static_cast<std::size_t>(written));
   }
 }
