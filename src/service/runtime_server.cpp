@@ -18,7 +18,7 @@ namespace {
 
 constexpr int acceptsPerTurn = 8;
 constexpr int framesPerCall = 8;
-constexpr Seconds exhaustionPause = 0.1;
+constexpr Seconds refusalPause = 0.1;
 constexpr Seconds roundLength = 0.05;
 
 }  // namespace
@@ -101,7 +101,7 @@ void RuntimeServer::acceptClients() {
   const Uptime now = state_.clock.uptime();
   for (int count = 0; count < acceptsPerTurn; ++count) {
     RuntimeSocket::Accepted accepted = state_.socket.acceptClient();
-    if (accepted.exhausted) acceptAfter_ = now + exhaustionPause;
+    if (accepted.refused) acceptAfter_ = now + refusalPause;
     if (!accepted.connection.isOpen()) return;
     if (clients_.size() >= TerminalRuntimeLimits::maximumClients) continue;
     const int fd = accepted.connection.get();

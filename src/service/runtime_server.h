@@ -62,7 +62,7 @@ class RuntimeServer {
   // Nothing was ready in the last turn.
   bool wasIdle_ = true;
   Uptime roundBegan_;
-  // While the system has no descriptors left the listener stays readable; it is left alone until then.
+  // While the system gives no connections the listener stays readable; it is left alone until then.
   Uptime acceptAfter_;
 };
 

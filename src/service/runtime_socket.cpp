@@ -89,7 +89,8 @@ void RuntimeSocket::publishCapability() {
 RuntimeSocket::Accepted RuntimeSocket::acceptClient() const {
   FileDescriptor connection(::accept(listener_.get(), nullptr, nullptr));
   if (!connection.isOpen()) {
-    return {{}, errno == EMFILE || errno == ENFILE || errno == ENOBUFS || errno == ENOMEM};
+    const bool isPassing = errno == EAGAIN || errno == EINTR || errno == ECONNABORTED;
+    return {{}, !isPassing};
   }
   if (platform::peerUser(connection.get()) != ::getuid()) return {};
   try {

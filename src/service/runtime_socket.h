@@ -27,8 +27,9 @@ class RuntimeSocket {
   struct Accepted {
     // Open when somebody was admitted: same user, set up like the listener.
     FileDescriptor connection;
-    // The system has no descriptor or memory for another connection; the socket stays readable meanwhile.
-    bool exhausted = false;
+    // The system refuses to give a connection, for want of descriptors or memory or by its policy; the
+    // socket stays readable meanwhile.
+    bool refused = false;
   };
   Accepted acceptClient() const;
 
