@@ -33,22 +33,30 @@ std::string withoutTrailingSlashes(std::string path) {
 
 }  // namespace
 
+void SocketFile::bind(int socket, const std::string& path) {
+  require(platform::bindLocal(socket, path) == 0, RuntimeFailure::unavailable);
+  struct stat status {};
+  if (::lstat(path.c_str(), &status) != 0) {
+    ::unlink(path.c_str());
+    throw Failure(RuntimeFailure::unavailable);
+  }
+  path_ = path;
+  device_ = status.st_dev;
+  node_ = status.st_ino;
+}
+
+SocketFile::~SocketFile() {
+  struct stat status {};
+  if (path_.empty() || ::lstat(path_.c_str(), &status) != 0) return;
+  if (status.st_dev == device_ && status.st_ino == node_) ::unlink(path_.c_str());
+}
+
 RuntimeSocket::RuntimeSocket(const std::string& root) : root_(withoutTrailingSlashes(root)) {
   claimRoot();
   lock();
   capability_ = makeToken();
   listen();
-  try {
-    publishCapability();
-  } catch (...) {
-    ::unlink(path_.c_str());
-    throw;
-  }
-}
-
-RuntimeSocket::~RuntimeSocket() {
-  listener_.close();
-  ::unlink(path_.c_str());
+  publishCapability();
 }
 
 void RuntimeSocket::claimRoot() {
@@ -72,7 +80,7 @@ void RuntimeSocket::listen() {
   nonblocking(listener_.get());
   // The lock is ours: whatever lies here was left by a run that is over.
   require(::unlink(path_.c_str()) == 0 || errno == ENOENT, RuntimeFailure::unavailable);
-  require(platform::bindLocal(listener_.get(), path_) == 0, RuntimeFailure::unavailable);
+  file_.bind(listener_.get(), path_);
   require(::chmod(path_.c_str(), 0600) == 0, RuntimeFailure::unavailable);
   require(::listen(listener_.get(), backlog) == 0, RuntimeFailure::unavailable);
 }

@@ -1,5 +1,7 @@
 #pragma once
 
+#include <sys/types.h>
+
 #include <optional>
 #include <string>
 #include <string_view>
@@ -7,6 +9,24 @@
 #include "base/file_descriptor.h"
 
 namespace velotide {
+
+// The name of a listening socket in the file system. It is removed with the object, unless another socket has
+// it by then: who removed the root directory underneath may have started another service there.
+class SocketFile {
+ public:
+  SocketFile() = default;
+  ~SocketFile();
+  SocketFile(const SocketFile&) = delete;
+  SocketFile& operator=(const SocketFile&) = delete;
+
+  // Binds the socket to `path`, where nothing may be. Throws unavailable.
+  void bind(int socket, const std::string& path);
+
+ private:
+  std::string path_;
+  dev_t device_ = 0;
+  ino_t node_ = 0;
+};
 
 // What the service places in its root directory for clients: the directory with its checks, the lock that
 // keeps a second instance out, the capability token with its file, and the listening socket. All of it lives
@@ -16,10 +36,6 @@ class RuntimeSocket {
   // `root` must be an absolute path. Throws Failure<RuntimeFailure> or, where the file system's own error is
   // the answer, SystemFailure.
   explicit RuntimeSocket(const std::string& root);
-  ~RuntimeSocket();
-  RuntimeSocket(const RuntimeSocket&) = delete;
-  RuntimeSocket& operator=(const RuntimeSocket&) = delete;
-
   int fd() const { return listener_.get(); }
   const std::string& root() const { return root_; }
   const std::string& capability() const { return capability_; }
@@ -48,8 +64,9 @@ class RuntimeSocket {
   std::string root_;
   std::string path_;
   std::string capability_;
-  // Declared before the listener, so that it is let go after the socket file is gone.
+  // In this order, so that the socket file goes before the lock is let go.
   FileDescriptor lock_;
+  SocketFile file_;
   FileDescriptor listener_;
 };
 
