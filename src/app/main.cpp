@@ -1,3 +1,5 @@
+#include <fcntl.h>
+#include <signal.h>
 #include <sys/stat.h>
 #include <unistd.h>
 
@@ -14,9 +16,27 @@ namespace {
 
 constexpr mode_t ownerOnly = 0077;
 
+// A descriptor of the service in the place of a standard one would be written to, and lost at a child's fork.
+void fillStandardDescriptors() {
+  int descriptor;
+  do {
+    descriptor = ::open("/dev/null", O_RDWR | O_NOCTTY);
+  } while (descriptor >= 0 && descriptor <= STDERR_FILENO);
+  if (descriptor >= 0) ::close(descriptor);
+}
+
+// What the launcher left of its own arrangements must not decide how children end, nor a file that may not
+// grow how the service does.
+void arrangeSignals() {
+  ::signal(SIGCHLD, SIG_DFL);
+  ::signal(SIGXFSZ, SIG_IGN);
+}
+
 void terminalRuntimeMain(int count, char** arguments) {
   using namespace velotide;
   if (count != 3 || std::string_view(arguments[1]) != "--root") throw Failure(RuntimeFailure::invalidRequest);
+  fillStandardDescriptors();
+  arrangeSignals();
   ::umask(ownerOnly);
   ::setsid();
   platform::giveBackFreedMemory();

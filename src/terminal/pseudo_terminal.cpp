@@ -40,7 +40,7 @@ bool setCloseOnExec(int descriptor) { return ::fcntl(descriptor, F_SETFD, FD_CLO
 // over `verdict`; a successful exec closes it.
 [[noreturn]] void becomeProgram(const Program& program, int verdict) {
   velotide::platform::closeDescriptorsFrom(STDERR_FILENO + 1, verdict);
-  for (const int number : {SIGPIPE, SIGHUP, SIGINT, SIGTERM, SIGQUIT}) ::signal(number, SIG_DFL);
+  for (const int number : {SIGPIPE, SIGHUP, SIGINT, SIGTERM, SIGQUIT, SIGXFSZ}) ::signal(number, SIG_DFL);
   if (::chdir(program.directory) == 0) ::execve(program.executable, program.arguments, program.environment);
   const int error = errno;
   [[maybe_unused]] const ssize_t written = ::write(verdict, &error, sizeof error);
