@@ -5,6 +5,7 @@
 #include <chrono>
 #include <deque>
 #include <fstream>
+#include <optional>
 #include <stdexcept>
 #include <string>
 #include <utility>
@@ -20,31 +21,42 @@ namespace velotide {
 // The service in this process: the test turns its loop and moves its clock.
 class SteppedService {
  public:
+  virtual ~SteppedService() = default;
+
   void turn(int count = 1) {
-    for (int each = 0; each < count; ++each) running_ = server_.turn(0);
+    for (int each = 0; each < count; ++each) running_ = pass(0);
   }
   // False once an orderly shutdown has drained.
   bool isRunning() const { return running_; }
+  // What the end of the process does.
+  void end() { server_.reset(); }
   // Turns until the condition holds; throws after seconds of the real time.
   void turnUntil(auto condition) {
     const auto deadline = std::chrono::steady_clock::now() + std::chrono::seconds(20);
     while (!condition()) {
       if (std::chrono::steady_clock::now() > deadline) throw std::runtime_error("turned in vain");
-      running_ = server_.turn(5);
+      running_ = pass(5);
     }
   }
-  std::string capability() const {
-    std::string token;
-    std::ifstream(root() + "/ui-capability") >> token;
-    return token;
-  }
+  const std::string& capability() const { return capability_; }
   std::string root() const { return directory_.path() + "/root"; }
 
   ManualClock clock;
 
+ protected:
+  // One turn of the loop.
+  virtual bool pass(int milliseconds) { return server_->turn(milliseconds); }
+
  private:
+  std::string readCapability() const {
+    std::string token;
+    std::ifstream(root() + "/ui-capability") >> token;
+    return token;
+  }
+
   TemporaryDirectory directory_;
-  RuntimeServer server_{root(), clock};
+  std::optional<RuntimeServer> server_{std::in_place, root(), clock};
+  std::string capability_ = readCapability();
   bool running_ = true;
 };
 

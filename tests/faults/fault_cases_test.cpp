@@ -1,0 +1,260 @@
+#include <errno.h>
+#include <signal.h>
+
+#include "faults/faulty_service.h"
+#include "protocol/runtime_failure.h"
+
+namespace velotide {
+namespace {
+
+using faults::Call;
+using faults::Fault;
+
+class Faults : public testing::Test {
+ protected:
+  TerminalRuntimeSessionInfo createSession(const std::string& script = "") {
+    const auto launch = script.empty() ? client.launch("/bin/cat") : client.launch("/bin/sh", {"-c", script});
+    return client.create(launch).session.value();
+  }
+  TerminalRuntimeSessionInfo look(const TerminalRuntimeSessionInfo& session) {
+    return client.look(session.id).value();
+  }
+  void close(const TerminalRuntimeSessionInfo& session) {
+    EXPECT_TRUE(client.ask(client.make(Action::close, look(session))).ok);
+  }
+  // Whatever happens, happens in this time.
+  void settle() { service.turn(40); }
+  // Turns of the idle service that did not sleep, out of a hundred.
+  std::size_t busyTurns() {
+    const std::size_t before = faults::busyPolls();
+    const std::size_t turns = service.turns() + 100;
+    service.turnUntil([&] { return service.turns() >= turns; });
+    return faults::busyPolls() - before;
+  }
+  std::size_t contextFiles() const {
+    const std::string directory = service.mailbox() + "/native-agent-contexts";
+    return static_cast<std::size_t>(std::distance(std::filesystem::directory_iterator(directory), {}));
+  }
+
+  struct Reaper {
+    ~Reaper() { reapAll(); }
+  } reaper;
+  FaultyService service;
+  PatientClient client{service};
+};
+
+struct Refusal {
+  Action action;
+  Fault fault;
+  std::string_view word;
+};
+
+// What the request changed in the fields that matter to its action.
+TerminalRuntimeRequest completed(TerminalRuntimeRequest request, const TerminalRuntimeLaunch& launch) {
+  request.launch = launch;
+  request.columns = 90;
+  request.rows = 20;
+  request.expectedEchoEnabled = true;
+  request.source = TerminalRuntimeInputSource::human;
+  request.data = CarriedBytes(Bytes{'\n'});
+  return request;
+}
+
+TEST_F(Faults, EachActionIsRefusedWithItsWordAndLeavesNothingBehind) {
+  // The request is read, and waited for, by the first call of its kind.
+  const Refusal refusals[] = {
+      {Action::create, {Call::mmap, ENOMEM}, "runtime_error"},
+      {Action::create, {Call::mkdir, ENOSPC}, "runtime_error"},
+      {Action::create, {Call::lstat, EIO}, "runtime_error"},
+      {Action::create, {Call::open, EMFILE}, "runtime_error"},
+      {Action::create, {Call::open, ENOSPC}, "runtime_error"},
+      {Action::create, {Call::write, ENOSPC}, "runtime_error"},
+      {Action::create, {Call::write, 0, 1, faults::always, 1, 0, 0}, "runtime_error"},
+      {Action::create, {Call::pipe, EMFILE}, "process_launch_failed"},
+      {Action::create, {Call::pipe, ENFILE}, "process_launch_failed"},
+      {Action::create, {Call::fcntl, EBADF}, "process_launch_failed"},
+      {Action::create, {Call::fcntl, EBADF, 2}, "process_launch_failed"},
+      {Action::create, {Call::fcntl, EBADF, 3}, "process_launch_failed"},
+      {Action::create, {Call::fcntl, EBADF, 4}, "process_launch_failed"},
+      {Action::create, {Call::forkpty, EAGAIN}, "process_launch_failed"},
+      {Action::create, {Call::forkpty, ENOMEM}, "process_launch_failed"},
+      {Action::create, {Call::read, EIO, 2, 2}, "process_launch_failed"},
+      {Action::create, {Call::read, 0, 2, 2, 1, 1}, ""},
+      {Action::create, {Call::poll, ENOMEM, 2, 2}, "process_launch_failed"},
+      {Action::create, {Call::poll, 0, 2, 2, 1, 0, 0}, "process_launch_failed"},
+      {Action::create, {Call::poll, EINTR, 2, 5}, ""},
+      {Action::restartExited, {Call::open, EMFILE}, "runtime_error"},
+      {Action::restartExited, {Call::forkpty, EAGAIN}, "process_launch_failed"},
+      {Action::resize, {Call::ioctl, EIO}, "resize_failed"},
+      {Action::inspectInput, {Call::tcgetattr, EIO}, "unavailable"},
+      {Action::inspectInput, {Call::tcgetpgrp, EIO}, "unavailable"},
+      {Action::input, {Call::tcgetattr, EIO}, "input_echo_changed"},
+      {Action::input, {Call::write, EIO, 1, 1}, "write_failed"},
+      {Action::input, {Call::write, EINTR, 1, 9}, ""},
+      {Action::input, {Call::write, 0, 1, 9, 1, 0, 0}, ""},
+  };
+  const auto running = createSession();
+  auto ended = createSession("exit 3");
+  service.turnUntil([&] { return !(ended = look(ended)).running; });
+  settle();
+  const std::size_t contexts = contextFiles();
+  const std::size_t descriptors = openDescriptors();
+  for (const auto& [action, fault, word] : refusals) {
+    SCOPED_TRACE(testing::Message() << rawWord(action) << " while " << faults::nameOf(fault.call)
+                                    << " fails with " << fault.error << " from no. " << fault.first);
+    TerminalRuntimeRequest request =
+        action == Action::create
+            ? client.make(action)
+            : client.make(action, look(action == Action::restartExited ? ended : running));
+    request = completed(request, client.launch("/bin/cat"));
+    service.turn();
+    faults::schedule({fault});
+    const auto answer = client.ask(request);
+    EXPECT_GT(faults::touched(), 0U);
+    faults::schedule({});
+    EXPECT_EQ(answer.error.value_or(""), word);
+    if (answer.ok && action == Action::create) close(*answer.session);
+    settle();
+    EXPECT_EQ(contextFiles(), contexts);
+    EXPECT_EQ(openDescriptors(), descriptors);
+  }
+  EXPECT_EQ(look(ended).exitStatus, 3) << "a restart that failed leaves the old session";
+  EXPECT_TRUE(look(running).running);
+}
+
+TEST_F(Faults, BytesCutIntoPiecesAndInterruptedArriveWhole) {
+  const auto session = createSession("stty raw -echo; printf ready; exec head -c 60000");
+  service.turnUntil([&] { return look(session).outputOffset == 5U; });
+  client.ask(client.make(Action::subscribe, session));
+  std::string typed;
+  while (typed.size() < 60000) typed += std::to_string(typed.size()) + " ";
+  typed.resize(60000);
+  PatientClient typist(service);
+  faults::schedule({{Call::read, EINTR, 3, faults::always, 7},
+                    {Call::read, 0, 1, faults::always, 2, 700},
+                    {Call::write, EINTR, 2, faults::always, 3},
+                    {Call::write, 0, 1, faults::always, 2, 999},
+                    {Call::send, EINTR, 3, faults::always, 5},
+                    {Call::send, 0, 1, faults::always, 2, 1000},
+                    {Call::poll, EINTR, 4, faults::always, 9}});
+  EXPECT_TRUE(typist.ask(typist.typed(look(session), typed)).ok);
+  std::string received;
+  while (received.size() < typed.size()) {
+    const auto push = client.connection().next();
+    ASSERT_TRUE(push.data) << push.error.value_or("");
+    const Bytes data = push.data->copy();
+    received += textOf(data);
+  }
+  EXPECT_TRUE(received == typed);
+}
+
+class LastingFaults : public Faults, public testing::WithParamInterface<Fault> {};
+
+TEST_P(LastingFaults, NeitherSpinNorStopTheService) {
+  const auto used = createSession();
+  const auto closed = createSession("trap '' HUP; printf ready; exec sleep 1000");
+  service.turnUntil([&] { return look(closed).outputOffset == 5U; });
+  PatientClient viewer(service);
+  viewer.ask(viewer.make(Action::subscribe, used));
+  // Something is asked of every part of the service: answers, terminals, children, the mailbox, the listener.
+  client.connection().send(client.typed(used, "typed\n"));
+  client.connection().send(client.make(Action::close, closed));
+  auto created = client.make(Action::create);
+  created.launch = client.launch("/bin/cat");
+  client.connection().send(created);
+  dropRequest(service.mailbox(), R"("action":"list_attention","schemaVersion":1)");
+  FileDescriptor waiting(::socket(AF_UNIX, SOCK_STREAM, 0));
+  ASSERT_EQ(platform::connectLocal(waiting.get(), service.root() + "/runtime.sock"), 0);
+  faults::schedule({GetParam()});
+  settle();
+  EXPECT_GT(faults::touched(), 0U);
+  EXPECT_LT(busyTurns(), 40U);
+
+  faults::schedule({});
+  PatientClient later(service);
+  const auto sessions = later.ask(later.make(Action::list)).sessions.value();
+  for (const auto& session : sessions) EXPECT_TRUE(later.ask(later.make(Action::close, session)).ok);
+  service.clock.advance(4);
+  EXPECT_TRUE(later.ask(later.make(Action::shutdownIfEmpty)).ok);
+  service.turnUntil([&] { return !service.isRunning(); });
+  // One whose end was never told is nobody's.
+  ::kill(closed.pid, SIGKILL);
+}
+
+constexpr Fault lasting[] = {
+    {Call::accept, EMFILE},     {Call::accept, ENFILE},   {Call::accept, ENOMEM},  {Call::accept, EPERM},
+    {Call::getsockopt, ENOMEM}, {Call::fcntl, EBADF},     {Call::open, EMFILE},    {Call::openat, EMFILE},
+    {Call::lstat, EIO},         {Call::readdir, EIO},     {Call::unlinkat, EROFS}, {Call::rename, ENOSPC},
+    {Call::write, ENOSPC},      {Call::write, EIO},       {Call::send, ENOBUFS},   {Call::send, EPIPE},
+    {Call::read, EIO},          {Call::read, ECONNRESET}, {Call::waitpid, ECHILD}, {Call::waitpid, EINVAL},
+    {Call::close, EIO},         {Call::forkpty, EAGAIN},  {Call::mmap, ENOMEM},    {Call::unlink, EROFS},
+};
+
+INSTANTIATE_TEST_SUITE_P(Calls, LastingFaults, testing::ValuesIn(lasting), [](const auto& tested) {
+  return std::string(faults::nameOf(tested.param.call)) + "_" + ::strerrorname_np(tested.param.error);
+});
+
+TEST_F(Faults, AConnectionThatFoundNoDescriptorIsServedOnceThereIsOne) {
+  faults::schedule({{Call::accept, EMFILE}});
+  SteppedClient waiting(service);
+  waiting.send(waiting.make(Action::list));
+  settle();
+  EXPECT_FALSE(waiting.take());
+  EXPECT_TRUE(client.ask(client.make(Action::list)).ok) << "the others are served meanwhile";
+  faults::schedule({});
+  EXPECT_TRUE(waiting.next().ok);
+}
+
+TEST_F(Faults, AChildThatCannotBeReapedIsKilledAndHoldsNothingButTheEnd) {
+  const auto session = createSession("trap '' HUP; printf ready; exec sleep 1000");
+  service.turnUntil([&] { return look(session).outputOffset == 5U; });
+  faults::schedule({{Call::waitpid, 0, 1, faults::always, 1, 0, 0}});
+  close(session);
+  EXPECT_TRUE(client.ask(client.make(Action::shutdownIfEmpty)).ok);
+  service.clock.advance(3.1);
+  settle();
+  siginfo_t end{};
+  EXPECT_EQ(::waitid(P_PID, static_cast<id_t>(session.pid), &end, WEXITED | WNOWAIT), 0);
+  EXPECT_EQ(end.si_status, SIGKILL);
+  EXPECT_TRUE(service.isRunning()) << "the child is not reaped";
+  EXPECT_TRUE(client.ask(client.make(Action::list)).ok);
+  EXPECT_LT(busyTurns(), 5U);
+  faults::schedule({});
+  service.turnUntil([&] { return !service.isRunning(); });
+}
+
+TEST_F(Faults, InputThatAProgramDoesNotReadDoesNotKeepTheLoopBusy) {
+  const auto session = createSession("stty raw -echo; printf ready; exec sleep 1000");
+  service.turnUntil([&] { return look(session).outputOffset == 5U; });
+  for (int each = 0; each < 3; ++each) {
+    client.ask(client.typed(look(session), std::string(60000, 'x')));
+    settle();
+  }
+  EXPECT_LT(busyTurns(), 5U);
+  close(session);
+}
+
+TEST_F(Faults, TheServiceGoesOnWithoutItsRootAndLeavesTheNextOneAlone) {
+  const auto session = createSession();
+  std::filesystem::remove_all(service.root());
+  EXPECT_TRUE(client.ask(client.typed(session, "still here\n")).ok);
+  service.turnUntil([&] { return look(session).outputOffset == 24U; });
+  const auto created = client.create(client.launch("/bin/cat"));
+  EXPECT_TRUE(created.ok);
+  close(*created.session);
+  std::filesystem::remove_all(service.root());
+  replacePrivateFile(service.root(), service.root() + ".new", {});
+  EXPECT_EQ(client.create(client.launch("/bin/cat")).error, "runtime_error");
+  EXPECT_LT(busyTurns(), 5U);
+  std::filesystem::remove(service.root());
+
+  RuntimeServer next(service.root(), service.clock);
+  close(session);
+  client.ask(client.make(Action::shutdownIfEmpty));
+  service.turnUntil([&] { return !service.isRunning(); });
+  service.end();
+  EXPECT_TRUE(std::filesystem::exists(service.root() + "/runtime.sock"));
+}
+
+}  // namespace
+}  // namespace velotide
