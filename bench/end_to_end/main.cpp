@@ -20,8 +20,8 @@ namespace {
 constexpr const char* help =
     R"(velotide-bench: measures a running service, each figure beside its floor in the same run.
 
-  --only NAME          one measure: output, subscribed, many, echo, attach, memory, idle, start, create,
-                       create-limit, create-journals
+  --only NAME          one measure: output, subscribed, many, crowd, burden, echo, attach, agents, tmux,
+                       memory, idle, start, create, create-limit, create-journals
   --rounds N           pairs of floor and service (5)
   --mib N              output of one round in MiB (64)
   --memory-mib N       output whose memory is measured (256)
@@ -43,8 +43,12 @@ constexpr std::array measures{
     Measure{"output", measureOutput},
     Measure{"subscribed", measureSubscribedOutput},
     Measure{"many", measureManySubscribers},
+    Measure{"crowd", measureCrowd},
+    Measure{"burden", measureBurden},
     Measure{"echo", measureEcho},
     Measure{"attach", measureAttachedEcho},
+    Measure{"agents", measureAgents},
+    Measure{"tmux", measureBesideTmux},
     Measure{"memory", measureMemory},
     Measure{"idle", measureIdle},
     Measure{"start", measureStart},

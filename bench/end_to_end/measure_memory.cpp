@@ -33,6 +33,31 @@ double addedByIdleSessions(const Options& options) {
   return residentMebibytes(service) - before;
 }
 
+double proportionalMebibytes(const ServiceProcess& service) {
+  return static_cast<double>(proportionalBytes(service.id())) / static_cast<double>(mebibyte);
+}
+
+struct Whole {
+  double idle = 0;
+  double printed = 0;
+};
+
+// The whole service with its sessions, idle and after each has printed 4 MiB.
+Whole wholeService(const Options& options) {
+  const ServiceProcess service(options.runtime);
+  createIdleSessions(service, idleSessions);
+  settle();
+  Whole whole{proportionalMebibytes(service), 0};
+  const ServiceProcess printing(options.runtime);
+  for (int index = 0; index < idleSessions; ++index) {
+    PrintingSession session(options, printing, 4 * mebibyte);
+    session.start();
+    session.awaitTaken();
+  }
+  whole.printed = proportionalMebibytes(printing);
+  return whole;
+}
+
 double addedByPrinting(const Options& options) {
   const ServiceProcess service(options.runtime);
   PrintingSession printing(options, service, options.memoryMebibytes * mebibyte);
@@ -45,6 +70,11 @@ double addedByPrinting(const Options& options) {
 }  // namespace
 
 void measureMemory(const Options& options, Report& report) {
+  const Whole whole = wholeService(options);
+  report.addService("memory of all with 16 idle sessions", "MiB", whole.idle,
+                    {Target::Kind::serviceBelow, 6});
+  report.addService("memory of all, 4 MiB printed in each", "MiB", whole.printed,
+                    {Target::Kind::serviceBelow, idleSessions * 1.2});
   report.addService("memory added by 64 idle sessions", "MiB", addedByIdleSessions(options),
                     {Target::Kind::serviceBelow, 10});
   const std::string printed = std::to_string(options.memoryMebibytes);

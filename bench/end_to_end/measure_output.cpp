@@ -142,8 +142,8 @@ void measureOutput(const Options& options, Report& report) {
     const Cost floor = drainFloor(options, bytes);
     pairs.add(drainService(options, service, bytes), floor);
   }
-  report.add("output, no subscriber", "MiB/s", pairs.throughput, {Target::Kind::ratioAtLeast, 0.80});
-  report.add("output, no subscriber, processor", "s/GiB", pairs.processor, {Target::Kind::ratioAtMost, 1.35});
+  report.add("output, no subscriber", "MiB/s", pairs.throughput, {Target::Kind::ratioAtLeast, 0.90});
+  report.add("output, no subscriber, processor", "s/GiB", pairs.processor, {Target::Kind::ratioAtMost, 1.15});
 }
 
 void measureSubscribedOutput(const Options& options, Report& report) {
@@ -155,8 +155,8 @@ void measureSubscribedOutput(const Options& options, Report& report) {
     const Cost floor = relayFloor(options, bytes);
     pairs.add(subscribedService(options, service, bytes, 1, losses), floor);
   }
-  report.add("output, 1 subscriber", "MiB/s", pairs.throughput, {Target::Kind::ratioAtLeast, 0.75});
-  report.add("output, 1 subscriber, processor", "s/GiB", pairs.processor, {Target::Kind::ratioAtMost, 1.5});
+  report.add("output, 1 subscriber", "MiB/s", pairs.throughput, {Target::Kind::ratioAtLeast, 0.88});
+  report.add("output, 1 subscriber, processor", "s/GiB", pairs.processor, {Target::Kind::ratioAtMost, 1.2});
   report.addService("output, 1 subscriber, lost", "bytes", static_cast<double>(losses.bytes),
                     {Target::Kind::serviceZero});
   noteCutOffs(report, "1 subscriber", losses);

@@ -24,6 +24,10 @@ struct Options {
 void measureOutput(const Options& options, Report& report);
 void measureSubscribedOutput(const Options& options, Report& report);
 void measureManySubscribers(const Options& options, Report& report);
+void measureCrowd(const Options& options, Report& report);
+void measureBurden(const Options& options, Report& report);
+void measureAgents(const Options& options, Report& report);
+void measureBesideTmux(const Options& options, Report& report);
 void measureEcho(const Options& options, Report& report);
 void measureAttachedEcho(const Options& options, Report& report);
 void measureMemory(const Options& options, Report& report);

@@ -11,6 +11,8 @@ namespace velotide::bench {
 double processorSeconds(pid_t process);
 
 std::uint64_t residentBytes(pid_t process);
+// The same with shared pages counted by the share of each process, where the system can tell.
+std::uint64_t proportionalBytes(pid_t process);
 
 // Descriptors that a process holds.
 std::size_t openDescriptors(pid_t process);

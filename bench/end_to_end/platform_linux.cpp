@@ -22,15 +22,23 @@ double processorSeconds(pid_t process) {
   return static_cast<double>(used.tv_sec) + static_cast<double>(used.tv_nsec) / 1e9;
 }
 
+namespace {
+
 // The roll-up walks the page tables; the counters in statm lag behind by many pages.
-std::uint64_t residentBytes(pid_t process) {
+std::uint64_t rolledUpBytes(pid_t process, std::string_view name) {
   std::ifstream rollup("/proc/" + std::to_string(process) + "/smaps_rollup");
   for (std::string word; rollup >> word;) {
     std::uint64_t kibibytes = 0;
-    if (word == "Rss:" && rollup >> kibibytes) return kibibytes * 1024;
+    if (word == name && rollup >> kibibytes) return kibibytes * 1024;
   }
-  throw std::runtime_error("the resident set of a process cannot be read");
+  throw std::runtime_error("the memory of a process cannot be read");
 }
+
+}  // namespace
+
+std::uint64_t residentBytes(pid_t process) { return rolledUpBytes(process, "Rss:"); }
+
+std::uint64_t proportionalBytes(pid_t process) { return rolledUpBytes(process, "Pss:"); }
 
 std::size_t openDescriptors(pid_t process) {
   const std::filesystem::directory_iterator entries("/proc/" + std::to_string(process) + "/fd");

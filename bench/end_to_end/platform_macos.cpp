@@ -31,6 +31,8 @@ double processorSeconds(pid_t process) {
 
 std::uint64_t residentBytes(pid_t process) { return usageOf(process).ri_resident_size; }
 
+std::uint64_t proportionalBytes(pid_t process) { return residentBytes(process); }
+
 std::size_t openDescriptors(pid_t process) {
   const int room = ::proc_pidinfo(process, PROC_PIDLISTFDS, 0, nullptr, 0);
   if (room <= 0) failWithErrno("descriptors of a process");

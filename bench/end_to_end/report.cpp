@@ -64,6 +64,8 @@ std::string Figure::targetText() const {
       return "<= " + shortNumber(target.bound) + " x";
     case Target::Kind::serviceBelow:
       return "< " + shortNumber(target.bound);
+    case Target::Kind::serviceAbove:
+      return "> " + shortNumber(target.bound);
     case Target::Kind::serviceZero:
       return "0";
   }
@@ -81,6 +83,8 @@ std::string Figure::verdict() const {
       return word(ratio.value() <= target.bound);
     case Target::Kind::serviceBelow:
       return word(service.value() < target.bound);
+    case Target::Kind::serviceAbove:
+      return word(service.value() > target.bound);
     case Target::Kind::serviceZero:
       return word(service.value() == 0);
   }

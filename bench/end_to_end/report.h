@@ -23,7 +23,7 @@ struct Pairs {
 
 // What a figure must reach.
 struct Target {
-  enum class Kind { none, ratioAtLeast, ratioAtMost, serviceBelow, serviceZero };
+  enum class Kind { none, ratioAtLeast, ratioAtMost, serviceBelow, serviceAbove, serviceZero };
   Kind kind = Kind::none;
   double bound = 0;
 };
