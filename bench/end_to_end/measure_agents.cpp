@@ -24,9 +24,10 @@ class ReportingAgent {
   ReportingAgent(WireClient& client, const HostedSession& session) : session_(session) {
     const std::string answer = client.call("bindAgent", session.address() + R"(,"agentKind":"claude")");
     const std::string grant = answer.substr(answer.find(R"("agentGrant":)"));
-    start_ = session.address() + R"(,"agentReport":{"instanceID":)" + jsonText(requireText(grant, "instanceID")) +
-             R"(,"runID":)" + jsonText(requireText(grant, "runID")) + R"(,"token":)" +
-             jsonText(requireText(grant, "token")) + R"(,"sequence":)";
+    start_ = session.address() + R"(,"agentReport":{"instanceID":)" +
+             jsonText(requireText(grant, "instanceID")) + R"(,"runID":)" +
+             jsonText(requireText(grant, "runID")) + R"(,"token":)" + jsonText(requireText(grant, "token")) +
+             R"(,"sequence":)";
   }
 
   // The fields of the next report.
@@ -95,17 +96,20 @@ Flood flood(const ServiceProcess& service) {
       }
     }
     const auto next = begin + (batch + 1) * batchPeriod;
-    if (Clock::now() < next) pause(std::chrono::duration_cast<std::chrono::milliseconds>(next - Clock::now()));
+    if (Clock::now() < next)
+      pause(std::chrono::duration_cast<std::chrono::milliseconds>(next - Clock::now()));
   }
   const double added = static_cast<double>(residentBytes(service.id())) - before;
-  return {batches * reportsPerBatch / secondsBetween(begin, Clock::now()), added / (1024 * 1024), median(answers)};
+  return {batches * reportsPerBatch / secondsBetween(begin, Clock::now()), added / (1024 * 1024),
+          median(answers)};
 }
 
 }  // namespace
 
 void measureAgents(const Options& options, Report& report) {
   const ServiceProcess service(options.runtime);
-  report.addService("agent's report to pushed item", "ms", medianToItem(service), {Target::Kind::serviceBelow, 1});
+  report.addService("agent's report to pushed item", "ms", medianToItem(service),
+                    {Target::Kind::serviceBelow, 1});
   const Flood reports = flood(service);
   report.addService("agent's reports, one session", "1/s", reports.reportsPerSecond,
                     {Target::Kind::serviceAbove, 9500});

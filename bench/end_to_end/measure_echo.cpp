@@ -93,7 +93,21 @@ Latency socketClient(const Options& options, const ServiceProcess& service) {
   return latency;
 }
 
-// The same while another session prints as fast as it can. The floor's relay has nothing else to do.
+// Another terminal that a process of its own drains as fast as it can.
+Latency busyRelayFloor(const Options& options) {
+  const TerminalProcess printing =
+      forkOnTerminal([&] { return execute(printingChild(options, std::uint64_t{1} << 50)); });
+  awaitText(printing.master.get(), readyMark);
+  SocketPair report = socketPair();
+  const Process drain = forkProcess([&] {
+    report.here.close();
+    return drainTerminal(printing.master.get(), std::uint64_t{1} << 50, report.there.get());
+  });
+  writeAll(printing.master.get(), startByte);
+  return relayFloor(options);
+}
+
+// The same while another session prints as fast as it can.
 Latency busySocketClient(const Options& options, const ServiceProcess& service) {
   Crowd printing(options, service, 1);
   printing.start();
@@ -162,7 +176,8 @@ void measureEcho(const Options& options, Report& report) {
     bare.push_back(bareTerminal(options).medianMicroseconds);
     const Latency floor = relayFloor(options);
     pairs.add(socketClient(options, service), floor);
-    busy.add(busySocketClient(options, service), floor);
+    const Latency busyFloor = busyRelayFloor(options);
+    busy.add(busySocketClient(options, service), busyFloor);
   }
   report.addFloor("echo, bare terminal", "us", median(bare));
   report.add("echo, socket client", "us", pairs.median, {Target::Kind::ratioAtMost, 1.25});

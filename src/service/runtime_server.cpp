@@ -4,6 +4,7 @@
 #include <signal.h>
 
 #include <algorithm>
+#include <span>
 
 #include "base/platform.h"
 #include "protocol/limits.h"
@@ -20,6 +21,8 @@ constexpr int acceptsPerTurn = 8;
 constexpr int framesPerCall = 8;
 constexpr Seconds refusalPause = 0.1;
 constexpr Seconds roundLength = 0.05;
+// Whoever asked within this span may be typing.
+constexpr Seconds conversationPause = 0.01;
 
 }  // namespace
 
@@ -109,24 +112,37 @@ void RuntimeServer::acceptClients() {
   }
 }
 
+// A terminal that prints without end would make every turn long. While anybody else may want a short one, it
+// gets a single read a turn.
+int RuntimeServer::readsOfEachTerminal() const {
+  const auto isReady = [](const pollfd& entry) { return entry.revents != 0; };
+  const auto terminals = std::span(pollSet_).subspan(1 + polledClients_);
+  const bool isAlone = std::ranges::count_if(terminals, isReady) <= 1;
+  const bool isConversing = state_.clock.uptime() - requestedAt_ <= conversationPause;
+  return isAlone && !isConversing ? RuntimeSession::maximumReads : 1;
+}
+
 void RuntimeServer::serveDescriptors() {
   // Clients are removed by the expiry pass alone, so the polled ones are still there.
   for (std::size_t index = 1; index <= polledClients_; ++index) {
     const pollfd& entry = pollSet_[index];
     if (entry.revents != 0) serveClient(*clients_.at(entry.fd), entry.revents);
   }
+  const int reads = readsOfEachTerminal();
   for (std::size_t index = 0; index < polledSessions_.size(); ++index) {
     const pollfd& entry = pollSet_[1 + polledClients_ + index];
     if (entry.revents == 0) continue;
     // A request served above may have closed the session or put another one in its place.
     RuntimeSession* session = state_.find(polledSessions_[index]);
-    if (session != nullptr && session->fd() == entry.fd) serveSession(*session, entry.revents);
+    if (session != nullptr && session->fd() == entry.fd) serveSession(*session, entry.revents, reads);
   }
 }
 
 void RuntimeServer::serveClient(RuntimeClient& client, short events) {
   if ((events & (POLLERR | POLLNVAL)) != 0) return client.disconnect("socket_error");
-  if ((events & (POLLIN | POLLHUP)) != 0 && client.receive(state_.clock.uptime())) {
+  const Uptime now = state_.clock.uptime();
+  if ((events & (POLLIN | POLLHUP)) != 0 && client.receive(now)) {
+    requestedAt_ = now;
     if (client.incoming.size() > TerminalRuntimeLimits::maximumFrameBytes) {
       return client.disconnect("request_too_large");
     }
@@ -135,9 +151,9 @@ void RuntimeServer::serveClient(RuntimeClient& client, short events) {
   if ((events & POLLOUT) != 0) client.send(state_.clock.uptime());
 }
 
-void RuntimeServer::serveSession(RuntimeSession& session, short events) {
+void RuntimeServer::serveSession(RuntimeSession& session, short events, int reads) {
   try {
-    if ((events & (POLLIN | POLLERR | POLLHUP)) != 0) session.readOutput();
+    if ((events & (POLLIN | POLLERR | POLLHUP)) != 0) session.readOutput(reads);
     if ((events & POLLOUT) != 0) session.flushInput();
   } catch (const std::exception&) {
     // The terminal is unusable; the record stays, and its child's end is seen by later refreshes.

@@ -38,9 +38,10 @@ class RuntimeServer {
   void reapRetired();
   void buildPollSet();
   void acceptClients();
+  int readsOfEachTerminal() const;
   void serveDescriptors();
   void serveClient(RuntimeClient& client, short events);
-  void serveSession(RuntimeSession& session, short events);
+  void serveSession(RuntimeSession& session, short events, int reads);
   void processFrames(RuntimeClient& client);
   void publishSubscriptions();
   void sendFreshOutput();
@@ -62,6 +63,8 @@ class RuntimeServer {
   // Nothing was ready in the last turn.
   bool wasIdle_ = true;
   Uptime roundBegan_;
+  // When a client last sent something.
+  Uptime requestedAt_;
   // While the system gives no connections the listener stays readable; it is left alone until then.
   Uptime acceptAfter_;
 };

@@ -75,8 +75,9 @@ class RuntimeSession {
   // Hangs up and lets go of the terminal. The child may still be running afterwards; whoever closes the
   // session reaps it.
   void close();
-  // Moves what the terminal holds into the journal, a bounded amount a call. Throws what the journal throws.
-  void readOutput();
+  static constexpr int maximumReads = 4;
+  // Moves what the terminal holds into the journal, at most this many chunks. Throws what the journal throws.
+  void readOutput(int reads = maximumReads);
 
   // Applies one change to the agent monitor and announces what came of it. Throws what the change throws.
   template <typename Change>

@@ -12,14 +12,13 @@ namespace velotide {
 
 namespace {
 
-constexpr int maximumReads = 4;
 constexpr std::size_t chunkBytes = 16384;
 
 }  // namespace
 
-void RuntimeSession::readOutput() {
+void RuntimeSession::readOutput(int reads) {
   if (!terminal_.isOpen()) return;
-  for (int count = 0; count < maximumReads; ++count) {
+  for (int count = 0; count < reads; ++count) {
     switch (readChunk()) {
       case ReadOutcome::output:
         break;
