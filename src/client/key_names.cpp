@@ -31,7 +31,8 @@ constexpr auto keys = std::to_array<std::pair<std::string_view, std::string_view
 
 std::string lowerCase(std::string_view text) {
   std::string lower;
-  for (const unsigned char letter : text) lower += static_cast<char>(std::tolower(letter));
+  for (const char letter : text)
+    lower += static_cast<char>(std::tolower(static_cast<unsigned char>(letter)));
   return lower;
 }
 
