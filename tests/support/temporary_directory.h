@@ -9,8 +9,8 @@ namespace velotide {
 // A fresh private directory with a short path, removed with everything in it.
 class TemporaryDirectory {
  public:
-  TemporaryDirectory() {
-    std::string pattern = "/tmp/velotide-XXXXXX";
+  explicit TemporaryDirectory(const std::string& parent = "/tmp") {
+    std::string pattern = parent + "/velotide-XXXXXX";
     if (mkdtemp(pattern.data()) == nullptr) throw std::runtime_error("no temporary directory");
     path_ = pattern;
   }
