@@ -3,7 +3,21 @@
 #define RAPIDJSON_SSE2
 #endif
 
+#include <rapidjson/internal/strtod.h>
+
+namespace rapidjson::internal {
+
+// The library makes another number of zero with a large exponent, as in 0e88. `value`: the digits alone.
+inline double strtodWithZero(double value, int p, const char* decimals, size_t length, size_t decimalPosition,
+                             int exp) {
+  return value == 0 ? value : StrtodFullPrecision(value, p, decimals, length, decimalPosition, exp);
+}
+
+}  // namespace rapidjson::internal
+
+#define StrtodFullPrecision strtodWithZero
 #include <rapidjson/reader.h>
+#undef StrtodFullPrecision
 #include <rapidjson/writer.h>
 #include <unicode/utf8.h>
 

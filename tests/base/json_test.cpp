@@ -122,6 +122,7 @@ INSTANTIATE_TEST_SUITE_P(
         Strictness{"IntegerTooLarge", tree(R"("integer":2147483648)"), false},
         Strictness{"RoundedOutOfRange", tree(R"("x":0,"natural":18446744073709551615.0)"), false},
         Strictness{"IntegerFarTooLarge", tree(R"("integer":1e300)"), false},
+        Strictness{"IntegerZeroWithExponent", tree(R"("integer":0e88)"), true},
         Strictness{"NumberWithoutEnd", tree("\"real\":" + std::string(5000, '9')), false},
         Strictness{"TextForNumber", tree(R"("integer":"1")"), false},
         Strictness{"LowerCaseUuid", tree(R"("id":"abcdefab-0000-4000-8000-0123456789ab")"), true},
