@@ -47,8 +47,9 @@ bool isGraphicsAnswer(std::string_view sequence) {
 
 Kind kindOfControl(const ControlSequence& control, std::string_view sequence) {
   const bool isReport = std::string_view("Rcnt").find(control.final) != std::string_view::npos;
-  if (isReport && control.intermediates.empty() && !control.parameters.empty() && sequence.size() <= 83 &&
-      sequence.find(':') == std::string_view::npos) {
+  // The service knows no answers with another prefix.
+  if (isReport && control.prefix != '=' && control.intermediates.empty() && !control.parameters.empty() &&
+      sequence.size() <= 83 && sequence.find(':') == std::string_view::npos) {
     // A function key with modifiers has the form of a cursor report from the first row.
     const bool isKey = control.final == 'R' && control.prefix == 0 && control.parameter(0) == 1;
     return isKey ? Kind::typed : Kind::reply;

@@ -124,6 +124,7 @@ TEST(Answers, AreToldFromKeys) {
       {"\x1b[<0;3;4M", Kind::typed},
       {"\x1b[I", Kind::typed},
       {"\x1b[R", Kind::typed},
+      {"\x1b[=6c", Kind::typed},
       {"\x1bP", Kind::typed},
   };
   for (const KindCase& row : cases) EXPECT_EQ(row.kind, kindOfSequence(row.sequence)) << row.sequence + 1;
