@@ -20,6 +20,9 @@ class SequenceScanner {
   // The beginning of a sequence that is held, to be passed on before the scanner is left.
   const std::string& held() const { return held_; }
   std::string takeHeld();
+  // Whether the text that is being passed on belongs to a sequence that is too long to hold. Its beginning
+  // comes in one piece of that length.
+  bool isLettingThrough() const { return isLetThrough_; }
   // Whether the stream stands inside a sequence, held or let through.
   bool isInside() const { return state_ != State::ground; }
 
@@ -54,11 +57,17 @@ void SequenceScanner::scan(std::string_view bytes, auto&& text, auto&& sequence)
     ++at;
     if (isLetThrough_) {
       if (step == Step::more) continue;
+      const bool isBroken = step == Step::restarted || step == Step::abandoned;
+      if (!isBroken && !held_.empty()) text(std::string_view(std::exchange(held_, {})));
+      if (step == Step::abandoned) --at;
+      // What broke it off is ESC, which may have been held since the chunk before.
+      passText(at - (isBroken && at > 0 ? 1 : 0));
       isLetThrough_ = false;
-      if (step == Step::abandoned) state_ = State::ground;
-      if (step != Step::restarted) continue;
-      passText(at - 1);
-    } else if (step == Step::abandoned) {
+      if (isBroken) held_ = "\x1b";
+      begin = at;
+      continue;
+    }
+    if (step == Step::abandoned) {
       held_.pop_back();
       --at;
     } else if (step != Step::restarted) {
@@ -72,13 +81,20 @@ void SequenceScanner::scan(std::string_view bytes, auto&& text, auto&& sequence)
     if (step == Step::complete) {
       const std::string whole = std::exchange(held_, {});
       sequence(std::string_view(whole));
-    } else if (step == Step::cancelled || held_.size() >= maximumSequence) {
+    } else if (step == Step::cancelled ||
+               (held_.size() >= maximumSequence && state_ != State::stringEscape)) {
       isLetThrough_ = state_ != State::ground;
       const std::string whole = std::exchange(held_, {});
       text(std::string_view(whole));
     }
   }
-  passText(bytes.size());
+  // Whether this ESC ends or breaks off what is let through shows with the next byte.
+  if (isLetThrough_ && state_ == State::stringEscape && !bytes.empty()) {
+    passText(bytes.size() - 1);
+    held_ = "\x1b";
+  } else {
+    passText(bytes.size());
+  }
 }
 
 }  // namespace velotide::client

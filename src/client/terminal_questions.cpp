@@ -11,6 +11,8 @@ namespace {
 
 using Kind = SessionInput::Kind;
 
+constexpr char cancel = '\x18';
+
 bool isDigit(char letter) { return letter >= '0' && letter <= '9'; }
 
 // ESC ] one or two digits ;rgb: three groups of one to four hexadecimal digits, and an end.
@@ -102,14 +104,32 @@ SessionInput::Kind kindOfSequence(std::string_view sequence) {
 
 std::string PastOutput::filter(std::string_view output) {
   std::string shown;
-  const auto keepText = [&](std::string_view text) {
-    std::copy_if(text.begin(), text.end(), std::back_inserter(shown),
-                 [](char letter) { return letter != '\a' && letter != '\x05'; });
-  };
-  scanner_.scan(output, keepText, [&](std::string_view sequence) {
-    if (!isOutOfPlaceInPast(sequence)) shown += sequence;
-  });
+  scanner_.scan(
+      output, [&](std::string_view text) { filterText(text, shown); },
+      [&](std::string_view sequence) {
+        if (!isOutOfPlaceInPast(sequence)) {
+          shown += sequence;
+        } else if (isInLong_) {
+          // The long sequence before it ended where this one began.
+          shown += cancel;
+        }
+        isInLong_ = false;
+      });
   return shown;
+}
+
+void PastOutput::filterText(std::string_view text, std::string& shown) {
+  const bool isBeginning = text.starts_with('\x1b');
+  if (scanner_.isLettingThrough()) {
+    if (isBeginning && text.size() >= SequenceScanner::maximumSequence) isInLong_ = !isOutOfPlaceInPast(text);
+    if (isInLong_) shown += text;
+    return;
+  }
+  // A sequence that was broken off would go on in what follows, if that is left out which broke it off.
+  if (isBeginning) return;
+  std::copy_if(text.begin(), text.end(), std::back_inserter(shown),
+               [](char letter) { return letter != '\a' && letter != '\x05'; });
+  isInLong_ = false;
 }
 
 }  // namespace velotide::client

@@ -23,7 +23,11 @@ class PastOutput {
   std::string rest() { return scanner_.takeHeld(); }
 
  private:
+  void filterText(std::string_view text, std::string& shown);
+
   SequenceScanner scanner_;
+  // What is let through is shown; it is not over yet, or has ended just now.
+  bool isInLong_ = false;
 };
 
 }  // namespace velotide::client

@@ -138,6 +138,31 @@ TEST(PastOutput, LeavesOutQuestionsBellsAndTheClipboard) {
   EXPECT_EQ("\x1b[", past.rest());
 }
 
+TEST(PastOutput, LeavesNothingThatActsWhereASequenceIsLongOrBrokenOff) {
+  const std::string filling(SequenceScanner::maximumSequence, 'A');
+  const std::string title = "\x1b]0;" + filling;
+  const std::string clipboard = "\x1b]52;c;" + filling;
+  const std::pair<std::string, std::string> cases[] = {
+      {"\x1b[6\x1b[6nn", "n"},
+      {"\x1b\x1bZZ", "Z"},
+      {clipboard + "\ax", "x"},
+      {clipboard + "\x1b\\x", "x"},
+      {title + "\ax\a", title + "\ax"},
+      {title + "\x1b\\x", title + "\x1b\\x"},
+      {title + "\x1b[6nx", title + "\x18x"},
+      {title.substr(0, SequenceScanner::maximumSequence - 1) + "\x1b[1mx", "\x1b[1mx"},
+  };
+  for (const auto& [output, expected] : cases) {
+    for (std::size_t split = 0; split <= output.size();
+         split += split > 8 && split + 120 < output.size() ? 97 : 1) {
+      PastOutput past;
+      std::string shown = past.filter(std::string_view(output).substr(0, split));
+      shown += past.filter(std::string_view(output).substr(split));
+      ASSERT_EQ(expected, shown + past.rest()) << "split at " << split;
+    }
+  }
+}
+
 std::string taken(TypedInput& input, std::string_view bytes, Uptime at = {}) {
   std::string seen;
   for (const TypedInput::Piece& piece : input.take(bytes, at))
