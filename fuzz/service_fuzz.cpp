@@ -38,9 +38,6 @@ std::size_t openDescriptors() {
   return static_cast<std::size_t>(std::distance(begin(entries), end(entries)));
 }
 
-// In memory where the system has such a place.
-std::string quickestParent() { return std::filesystem::is_directory("/dev/shm") ? "/dev/shm" : "/tmp"; }
-
 // A whole service in this process, its clients, tools and programs, and what the script lets them do.
 class Play {
  public:

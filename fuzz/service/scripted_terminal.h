@@ -57,6 +57,9 @@ class ScriptedTerminals {
   bool refusesToStart = false;
 };
 
+// For the directory of a run: in memory where the system has such a place.
+std::string quickestParent();
+
 // Begins the row of "random" numbers anew, so that a run repeats itself.
 void restartEntropy();
 
