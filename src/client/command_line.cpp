@@ -94,6 +94,9 @@ class CommandLine {
 
 CommandLine::CommandLine() {
   app_.footer(overviewFooter);
+  // The names of arguments say what they are, and the line of usage which are needed.
+  app_.get_formatter()->label("TEXT", "");
+  app_.get_formatter()->label("REQUIRED", "");
   app_.set_version_flag("--version", "velotide " + std::string(AppVersion::value));
   addGeneralOptions(&app_);
   app_.require_subcommand(1);
