@@ -94,9 +94,8 @@ class CommandLine {
 
 CommandLine::CommandLine() {
   app_.footer(overviewFooter);
-  // The names of arguments say what they are, and the line of usage which are needed.
-  app_.get_formatter()->label("TEXT", "");
-  app_.get_formatter()->label("REQUIRED", "");
+  // The line of usage says which arguments are needed.
+  for (const char* label : {"TEXT", "REQUIRED"}) app_.get_formatter()->label(label, "");
   app_.set_version_flag("--version", "velotide " + std::string(AppVersion::value));
   addGeneralOptions(&app_);
   app_.require_subcommand(1);

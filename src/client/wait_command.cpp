@@ -39,9 +39,9 @@ TerminalEventCursor parseCursor(const std::string& text) {
 }
 
 // What to wait for, from the options and from how things stand.
-class Specification {
+class WantedWait {
  public:
-  Specification(Service& service, const WaitOptions& options) : options_(options) {
+  WantedWait(Service& service, const WaitOptions& options) : options_(options) {
     choose();
     if (options.event && options.session.empty() && !options.after.empty()) {
       spec.after = parseCursor(options.after);
@@ -291,10 +291,10 @@ int conclude(const Notices& notices, TerminalWaitOutcome outcome) {
 }  // namespace
 
 int waitForSession(Service& service, const WaitOptions& options) {
-  const Specification specification(service, options);
-  TerminalWaitResult result{"", TerminalWaitOutcome::targetClosed, specification.spec.after};
-  if (!specification.isGone) {
-    Waiting waiting(service, specification.spec, options.timeout);
+  const WantedWait wanted(service, options);
+  TerminalWaitResult result{"", TerminalWaitOutcome::targetClosed, wanted.spec.after};
+  if (!wanted.isGone) {
+    Waiting waiting(service, wanted.spec, options.timeout);
     const std::optional<TerminalWaitResult> ended = waiting.run();
     if (!ended) return ExitStatus::signalBase + waiting.signal();
     result = *ended;
