@@ -1,6 +1,5 @@
 #pragma once
 
-#include <sys/stat.h>
 #include <sys/types.h>
 #include <sys/un.h>
 #include <termios.h>
@@ -43,12 +42,6 @@ int connectLocal(int socket, const std::string& path);
 
 // forkpty(3) with no name and the system's terminal defaults.
 pid_t forkTerminal(int* master, const winsize& size);
-
-// False when no child waits to be reaped: one question for all of them. True also when that cannot be told.
-bool mayHaveEndedChild();
-
-// When the file's content or its entry last changed.
-timespec changeTime(const struct stat& status);
 
 // Closes every descriptor from `first` on, except `kept`, at a cost that does not grow with the descriptor
 // limit. Safe between fork and exec.

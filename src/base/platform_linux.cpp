@@ -57,8 +57,6 @@ void closeRange(unsigned first, unsigned last) {
 
 }  // namespace
 
-timespec changeTime(const struct stat& status) { return status.st_ctim; }
-
 void closeDescriptorsFrom(int first, int kept) {
   if (kept < first) return closeRange(static_cast<unsigned>(first), UINT_MAX);
   closeRange(static_cast<unsigned>(first), static_cast<unsigned>(kept) - 1);

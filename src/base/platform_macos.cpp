@@ -50,8 +50,6 @@ pid_t forkTerminal(int* master, const winsize& size) {
   return forkpty(master, nullptr, nullptr, &copy);
 }
 
-timespec changeTime(const struct stat& status) { return status.st_ctimespec; }
-
 void closeDescriptorsFrom(int first, int kept) {
   // The kernel lists what is open; closing by number up to the limit could take a million calls.
   proc_fdinfo open[1024];

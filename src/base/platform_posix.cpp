@@ -1,6 +1,5 @@
 // What the platforms share once they have told in what they differ.
 #include <sys/socket.h>
-#include <sys/wait.h>
 
 #include "base/platform.h"
 
@@ -14,11 +13,6 @@ int bindLocal(int socket, const std::string& path) {
 int connectLocal(int socket, const std::string& path) {
   const sockaddr_un address = localAddress(path);
   return ::connect(socket, reinterpret_cast<const sockaddr*>(&address), sizeof address);
-}
-
-bool mayHaveEndedChild() {
-  siginfo_t child{};
-  return ::waitid(P_ALL, 0, &child, WEXITED | WNOHANG | WNOWAIT) != 0 || child.si_pid != 0;
 }
 
 }  // namespace velotide::platform

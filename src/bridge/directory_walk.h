@@ -1,9 +1,7 @@
 #pragma once
 
 #include <dirent.h>
-#include <sys/stat.h>
 #include <sys/types.h>
-#include <time.h>
 
 #include <cstddef>
 #include <memory>
@@ -21,13 +19,9 @@ class DirectoryWalk {
 
   const std::string& path() const { return path_; }
 
-  // A directory that did not change since the last round began has nothing new. Its time stamps are too
-  // coarse to be sure at once, so whoever skips it looks for certain some time later.
-  enum class Look { always, whenChanged };
-
   // Begins a turn of at most `entries` entries, "." and ".." included, which ends with the directory at the
-  // latest. False when there is no directory (a link is none) or nothing to look for.
-  bool beginTurn(std::size_t entries, Look look = Look::always);
+  // latest. False when there is no directory (a link is none).
+  bool beginTurn(std::size_t entries);
   // The next name of this turn, valid until the next call; null at its end.
   const char* next();
   // Whether the last turn came to the end of the directory, so that the next one begins a round.
@@ -41,15 +35,13 @@ class DirectoryWalk {
     void operator()(DIR* stream) const { ::closedir(stream); }
   };
 
-  bool open(struct stat& status);
-  bool isCurrent(struct stat& status) const;
+  bool open();
+  bool isCurrent() const;
 
   const std::string path_;
   std::unique_ptr<DIR, Closer> stream_;
   dev_t device_ = 0;
   ino_t node_ = 0;
-  // Of the directory, when the current or last round began.
-  timespec changedAt_{};
   std::size_t remaining_ = 0;
   bool isAround_ = true;
 };

@@ -67,8 +67,8 @@ void Mailbox::writeMetadata(const RuntimeReadOnlyMetadata& metadata) {
   writeFile(root_, "runtime.json", outgoing_.view());
 }
 
-void Mailbox::takeRequests(const Perform& perform, DirectoryWalk::Look look) {
-  if (!requests_.beginTurn(requestEntries, look)) return;
+void Mailbox::takeRequests(const Perform& perform) {
+  if (!requests_.beginTurn(requestEntries)) return;
   while (const char* name = requests_.next()) {
     if (!isMessage(name)) continue;
     if (const std::optional<RuntimeNativeRequest> request = take(name)) perform(*request);

@@ -39,7 +39,7 @@ class Mailbox {
   // One pass over the requests. Every request file that is examined is removed; those that hold a request
   // under its own name are handed to `perform`, after the removal, so that none is ever performed twice.
   using Perform = std::function<void(const RuntimeNativeRequest&)>;
-  void takeRequests(const Perform& perform, DirectoryWalk::Look look = DirectoryWalk::Look::always);
+  void takeRequests(const Perform& perform);
 
   // False when the response could not be encoded or written; nothing is then left behind.
   bool writeResponse(const RuntimeNativeResponse& response);

@@ -17,8 +17,8 @@ RuntimeNativeBridge::RuntimeNativeBridge(const std::string& root, TerminalSessio
   mailbox_.writeMetadata(metadata);
 }
 
-void RuntimeNativeBridge::process(BridgeSessions& sessions, Date now, Look look) {
-  mailbox_.takeRequests([&](const RuntimeNativeRequest& request) { answer(request, sessions, now); }, look);
+void RuntimeNativeBridge::process(BridgeSessions& sessions, Date now) {
+  mailbox_.takeRequests([&](const RuntimeNativeRequest& request) { answer(request, sessions, now); });
   if (targets_.waits != nullptr) publishWaits(now);
   mailbox_.removeOldResponses(now);
 }

@@ -21,9 +21,8 @@ class RuntimeNativeBridge {
   void setWaits(TerminalWaitCoordinator& waits) { targets_.waits = &waits; }
   void setAttentionStore(const TerminalAttentionStore& store) { targets_.attentionStore = &store; }
 
-  using Look = DirectoryWalk::Look;
   // One pass: takes up requests, publishes the waits that have ended, removes old responses. Never fails.
-  void process(BridgeSessions& sessions, Date now, Look look = Look::always);
+  void process(BridgeSessions& sessions, Date now);
 
  private:
   void answer(const RuntimeNativeRequest& request, BridgeSessions& sessions, Date now);

@@ -31,8 +31,7 @@ constexpr auto keys = std::to_array<std::pair<std::string_view, std::string_view
 
 std::string lowerCase(std::string_view text) {
   std::string lower;
-  for (const char letter : text)
-    lower += static_cast<char>(std::tolower(static_cast<unsigned char>(letter)));
+  for (const char letter : text) lower += static_cast<char>(std::tolower(static_cast<unsigned char>(letter)));
   return lower;
 }
 

@@ -25,8 +25,7 @@ class NativeTools : private BridgeSessions {
   NativeTools(const std::string& root, TerminalSessionEventStore& events, TerminalAttentionStore& attention,
               SessionTable& sessions);
 
-  using Look = RuntimeNativeBridge::Look;
-  void process(Date now, Look look) { bridge_.process(*this, now, look); }
+  void process(Date now) { bridge_.process(*this, now); }
 
   const TerminalWaitCoordinator& waits() const { return waits_; }
   // Nothing waits, and every result has been handed out.

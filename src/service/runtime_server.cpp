@@ -6,7 +6,6 @@
 #include <algorithm>
 #include <span>
 
-#include "base/platform.h"
 #include "protocol/limits.h"
 #include "protocol/runtime_failure.h"
 #include "protocol/transport_frame.h"
@@ -20,7 +19,7 @@ namespace {
 constexpr int acceptsPerTurn = 8;
 constexpr int framesPerCall = 8;
 constexpr Seconds refusalPause = 0.1;
-constexpr Seconds roundLength = 0.05;
+constexpr Seconds roundLength = 0.002;
 // Whoever asked within this span may be typing.
 constexpr Seconds conversationPause = 0.01;
 
@@ -35,11 +34,12 @@ void RuntimeServer::run() {
 }
 
 bool RuntimeServer::turn(int milliseconds) {
-  const bool isThorough = beginsRound();
-  refreshSessions(isThorough);
-  reapRetired();
-  state_.tools.process(state_.clock.date(),
-                       isThorough ? NativeTools::Look::always : NativeTools::Look::whenChanged);
+  for (const auto& [id, session] : state_.sessions) session->expire();
+  if (beginsRound()) {
+    for (const auto& [id, session] : state_.sessions) session->noticeExit();
+    reapRetired();
+    state_.tools.process(state_.clock.date());
+  }
   buildPollSet();
   const int ready = ::poll(pollSet_.data(), static_cast<nfds_t>(pollSet_.size()), milliseconds);
   wasIdle_ = ready == 0;
@@ -55,22 +55,13 @@ bool RuntimeServer::turn(int milliseconds) {
   return !hasDrained();
 }
 
-// A busy service turns thousands of times a second. What the system tells cheaply, that a child ended or that
-// the mailbox changed, it asks in every turn; what needs a look at each child and each file, in idle turns
-// and every few milliseconds.
+// A busy service turns thousands of times a second; each of them need not ask the system for every child and
+// for the mailbox.
 bool RuntimeServer::beginsRound() {
   const Uptime now = state_.clock.uptime();
   if (!wasIdle_ && now - roundBegan_ < roundLength) return false;
   roundBegan_ = now;
   return true;
-}
-
-void RuntimeServer::refreshSessions(bool isThorough) {
-  const bool mayHaveEnded = isThorough || platform::mayHaveEndedChild();
-  for (const auto& [id, session] : state_.sessions) {
-    session->expire();
-    if (mayHaveEnded) session->noticeExit();
-  }
 }
 
 void RuntimeServer::reapRetired() {

@@ -34,7 +34,6 @@ class RuntimeServer {
 
  private:
   bool beginsRound();
-  void refreshSessions(bool isThorough);
   void reapRetired();
   void buildPollSet();
   void acceptClients();

@@ -54,8 +54,7 @@ class Bridge : public testing::Test, protected BridgeSessions {
       all.push_back(entry.path().filename());
     return all;
   }
-  using Look = RuntimeNativeBridge::Look;
-  void pass(Look look = Look::always) { bridge->process(*this, now, look); }
+  void pass() { bridge->process(*this, now); }
 
   // The response to `id`, or nothing; it is then collected.
   std::optional<RuntimeNativeResponse> collect(const std::string& id) const {
