@@ -81,7 +81,7 @@ TEST(BellParser, GivesTheSameInAnyChunks) {
     const std::string text = Choices(seed).text(pieces, 200);
     const Result slow = parse(text, 1);
     bells += slow.bells;
-    for (const std::size_t chunkSize : {2, 33, 1000, 100'000})
+    for (const std::size_t chunkSize : std::initializer_list<std::size_t>{2, 33, 1000, 100'000})
       ASSERT_EQ(parse(text, chunkSize), slow) << seed;
   }
   EXPECT_GT(bells, 100u);
