@@ -45,10 +45,11 @@ void WireClient::sendAs(const std::string& id, std::string_view action, std::str
   writeAll(socket_.get(), request.append(fields) + "}\n");
 }
 
-std::string_view WireClient::receive() {
+std::string_view WireClient::receive(std::chrono::milliseconds patience) {
   while (true) {
     if (const auto line = lines_.next()) return *line;
-    awaitReadable(socket_.get());
+    pollfd entry{socket_.get(), POLLIN, 0};
+    awaitReady({&entry, 1}, patience);
     if (!lines_.fill(socket_.get())) throw ConnectionEnded("the service ended the connection");
   }
 }

@@ -1,5 +1,6 @@
 #pragma once
 
+#include <chrono>
 #include <cstdint>
 #include <optional>
 #include <string>
@@ -24,7 +25,7 @@ class WireClient {
   // The same under an ID that was used before.
   void sendAs(const std::string& id, std::string_view action, std::string_view fields);
   // The next line, waiting for it; valid until the next call.
-  std::string_view receive();
+  std::string_view receive(std::chrono::milliseconds patience = std::chrono::seconds(30));
   // Sends and waits for the answer, skipping pushes; throws when the service refuses.
   std::string call(std::string_view action, std::string_view fields = {});
   // The same, but a refusal with this word is answered with nothing.

@@ -10,14 +10,15 @@
 
 #include "end_to_end/stream.h"
 #include "end_to_end/waiting.h"
+#include "soak/patience.h"
 #include "soak/random.h"
 
 namespace velotide::bench {
 namespace {
 
 constexpr std::size_t largestWrite = 65536;
-// Longer than the service waits before it kills; bounded should the service be gone itself.
-constexpr std::chrono::seconds stubbornness{20};
+// Longer than anybody waits for the service to kill it; bounded should the service be gone itself.
+constexpr std::chrono::seconds stubbornness = soakPatience + std::chrono::seconds(40);
 
 ChildPlan planFrom(const std::vector<std::string>& arguments) {
   if (arguments.size() != 9) throw std::runtime_error("a child without its plan");

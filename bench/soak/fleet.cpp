@@ -4,11 +4,10 @@
 
 #include "end_to_end/json_text.h"
 #include "end_to_end/waiting.h"
+#include "soak/patience.h"
 
 namespace velotide::bench {
 namespace {
-
-constexpr std::chrono::seconds roomPatience{15};
 
 // Everything is worth a notice.
 constexpr std::string_view policy =
@@ -51,7 +50,7 @@ void Fleet::requireLeaving(std::size_t place, const Member& member, std::string_
 }
 
 Member createMember(SteadyClient& client, const std::string& program, const ChildPlan& plan) {
-  const auto deadline = Clock::now() + roomPatience;
+  const auto deadline = Clock::now() + soakPatience;
   const std::string id = freshUuid();
   const std::string fields = R"(,"sessionID":)" + jsonText(id) + launchOf(program, plan);
   while (true) {

@@ -1,19 +1,19 @@
 #include <stdexcept>
 #include <vector>
 
+#include "soak/patience.h"
 #include "soak/visitors.h"
 
 namespace velotide::bench {
 namespace {
 
-constexpr std::chrono::seconds patience{15};
 constexpr std::size_t frameLimit = 131072;
 constexpr std::size_t moreThanQueue = 8 * 1024 * 1024;
 constexpr std::size_t crowdSize = 12;
 
 // Whether the service ends the connection, whatever it sends before.
 bool isEnded(WireClient& client) {
-  const auto deadline = Clock::now() + patience;
+  const auto deadline = Clock::now() + soakPatience;
   std::vector<char> ignored(65536);
   while (Clock::now() < deadline) {
     pollfd entry{client.descriptor(), POLLIN, 0};

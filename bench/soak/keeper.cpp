@@ -3,10 +3,11 @@
 #include <array>
 #include <stdexcept>
 
+#include "soak/patience.h"
+
 namespace velotide::bench {
 namespace {
 
-constexpr std::chrono::seconds drainPatience{15};
 constexpr std::uint64_t kibibyte = 1024;
 
 // Kept by place, so that a session that comes for another one loads the service as that did.
@@ -66,7 +67,7 @@ void Keeper::look(std::size_t place, const std::string& list) {
   if (member.plan.length == 0) throw std::runtime_error("session " + member.session.id + " ended unasked");
   const auto since = endedSince_.try_emplace(place, Clock::now()).first->second;
   if (state->outputOffset != member.plan.length) {
-    if (Clock::now() - since < drainPatience) return;
+    if (Clock::now() - since < soakPatience) return;
     throw std::runtime_error("session " + member.session.id + " wrote " + std::to_string(member.plan.length) +
                              " bytes before its end, the service has " + std::to_string(state->outputOffset));
   }

@@ -11,13 +11,14 @@
 #include <stdexcept>
 
 #include "end_to_end/json_text.h"
+#include "soak/patience.h"
 
 namespace velotide::bench {
 namespace {
 
 using std::chrono::milliseconds;
 
-constexpr milliseconds answerPatience{20'000};
+constexpr milliseconds answerPatience = soakPatience;
 constexpr std::size_t mostExpected = 100;
 
 std::string contentOf(const std::filesystem::path& path) {

@@ -37,7 +37,7 @@ int soak(const std::vector<std::string>& arguments) {
   }
   adoptOrphans();
   // Whatever hangs must not hang for ever.
-  endOnSignalsOrAfter(std::chrono::seconds(length + 180));
+  endOnSignalsOrAfter(std::chrono::seconds(length + 300));
   Soak run(std::chrono::seconds(length), absolute(arguments[0]),
            absolute(arguments.size() > 2 ? arguments[2] : "build/bin/velotide-runtime"));
   try {

@@ -14,6 +14,7 @@
 #include "soak/followers.h"
 #include "soak/keeper.h"
 #include "soak/mailbox_user.h"
+#include "soak/patience.h"
 #include "soak/visitors.h"
 #include "soak/writer.h"
 
@@ -26,7 +27,6 @@ constexpr double mebibyte = 1024 * 1024;
 constexpr seconds longestWarmUp{120};
 constexpr seconds shortWarmUp{90};
 constexpr seconds progressInterval{10};
-constexpr seconds shutdownPatience{15};
 constexpr std::size_t writers = 3;
 
 double mebibytes(std::uint64_t bytes) { return static_cast<double>(bytes) / mebibyte; }
@@ -140,7 +140,7 @@ void Soak::shutDown() {
   }
   client.require("shutdownIfEmpty");
   client.disconnect();
-  const auto status = service_.awaitEnd(shutdownPatience);
+  const auto status = service_.awaitEnd(soakPatience);
   if (status != 0) {
     throw std::runtime_error(status ? "the service ended with " + std::to_string(*status)
                                     : "the service did not shut down");

@@ -2,10 +2,12 @@
 
 #include <stdexcept>
 
+#include "soak/patience.h"
+
 namespace velotide::bench {
 namespace {
 
-constexpr std::chrono::seconds restPatience{90};
+constexpr std::chrono::seconds restPatience{2 * soakPatience};
 
 }  // namespace
 

@@ -4,11 +4,11 @@
 
 #include "end_to_end/json_text.h"
 #include "end_to_end/waiting.h"
+#include "soak/patience.h"
 
 namespace velotide::bench {
 namespace {
 
-constexpr std::chrono::seconds patience{30};
 constexpr std::size_t shownBytes = 600;
 
 // The part of an answer that its repetition repeats.
@@ -27,7 +27,7 @@ Reply SteadyClient::ask(std::string_view action, std::string_view fields) {
 }
 
 Reply SteadyClient::exchange() {
-  const auto deadline = Clock::now() + patience;
+  const auto deadline = Clock::now() + soakPatience;
   while (true) {
     try {
       if (!client_) client_.emplace(service_.connect());
@@ -53,7 +53,7 @@ void SteadyClient::noteSlowest(Clock::time_point sent) {
 Reply SteadyClient::awaitReply() {
   const std::string mark = R"("id":)" + jsonText(id_);
   const auto sent = Clock::now();
-  const std::string_view record = client_->receive();
+  const std::string_view record = client_->receive(soakPatience);
   noteSlowest(sent);
   if (record.find(mark) == std::string_view::npos) {
     throw std::runtime_error("expected the answer to " + id_ + ", seen " +

@@ -6,13 +6,13 @@
 
 #include "end_to_end/json_text.h"
 #include "end_to_end/platform.h"
+#include "soak/patience.h"
 
 namespace velotide::bench {
 namespace {
 
 constexpr std::uint64_t journalCapacity = 1024 * 1024;
 constexpr std::uint64_t page = 4096;
-constexpr std::chrono::seconds settlingPatience{10};
 constexpr int readingsAtRest = 5;
 
 std::size_t descriptorsWithOneClient(const ServiceProcess& service, SteadyClient& client) {
@@ -47,7 +47,7 @@ Vitals::Reading Vitals::read() {
 
 // Children go on writing: of a few readings the smallest is the one with the least on its way.
 Vitals::Reading Vitals::readAtRest() {
-  const auto deadline = Clock::now() + settlingPatience;
+  const auto deadline = Clock::now() + soakPatience;
   Reading reading = read();
   while (reading.descriptors != ownDescriptors_ + reading.sessions) {
     if (Clock::now() > deadline) {

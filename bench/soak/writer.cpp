@@ -6,11 +6,11 @@
 #include "end_to_end/base64.h"
 #include "end_to_end/json_text.h"
 #include "end_to_end/waiting.h"
+#include "soak/patience.h"
 
 namespace velotide::bench {
 namespace {
 
-constexpr std::chrono::seconds echoPatience{20};
 constexpr int farewellStatus = 7;
 constexpr std::string_view person = R"("source":"human")";
 constexpr std::string_view agent = R"("source":"ai","owner":"soak")";
@@ -128,7 +128,7 @@ void Writer::control(Typing& typing, std::string_view action) {
 }
 
 void Writer::awaitEcho(Typing& typing) {
-  const auto deadline = Clock::now() + echoPatience;
+  const auto deadline = Clock::now() + soakPatience;
   while (true) {
     const std::string record = client_.require(
         "read", typing.member.session.address() + typing.member.session.after(typing.check.position()));
@@ -145,7 +145,7 @@ void Writer::awaitEcho(Typing& typing) {
 }
 
 void Writer::awaitFarewell(Typing& typing) {
-  const auto deadline = Clock::now() + echoPatience;
+  const auto deadline = Clock::now() + soakPatience;
   while (true) {
     const std::string record = client_.require("getAgentState", typing.member.session.address());
     const SessionState state = stateIn(record, typing.member.session.id).value();
