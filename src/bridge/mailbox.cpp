@@ -45,6 +45,12 @@ void writeFile(const std::string& directory, const std::string& name, ByteView c
   replacePrivateFile(directory + "/" + name, directory + "/" + Uuid::random().text() + ".pending", content);
 }
 
+// Not a link, which would lead the files astray.
+bool isDirectory(const std::string& path) {
+  struct stat status {};
+  return ::lstat(path.c_str(), &status) == 0 && S_ISDIR(status.st_mode);
+}
+
 // Whether the file of that name is where this request belongs.
 bool isNamedAfter(std::string_view name, const RuntimeNativeRequest& request) {
   return Uuid::parse(request.id) && name.substr(0, name.size() - suffix.size()) == request.id;
@@ -107,6 +113,7 @@ bool Mailbox::writeResponse(const RuntimeNativeResponse& response) {
   outgoing_.clear();
   if (!encodeText(outgoing_, response)) return false;
   const std::string name = response.id + std::string(suffix);
+  if (!isDirectory(responses_.path())) return false;
   try {
     writeFile(responses_.path(), name, outgoing_.view());
   } catch (const SystemFailure&) {

@@ -85,6 +85,12 @@ TEST_F(Bridge, DirectoriesMayVanishAndComeBack) {
   fs::rename(root + "/requests", root + "/moved");
   fs::create_directory_symlink(root + "/moved", root + "/requests");
   EXPECT_TRUE(ask(request).id.empty());
+  fs::remove(root + "/requests");
+  fs::rename(root + "/moved", root + "/requests");
+  fs::rename(root + "/responses", root + "/moved");
+  fs::create_directory_symlink(root + "/moved", root + "/responses");
+  EXPECT_TRUE(ask(request).id.empty());
+  EXPECT_TRUE(names("moved").empty()) << "nothing is written through a link";
 }
 
 TEST_F(Bridge, ResponsesNobodyCollectsGo) {
