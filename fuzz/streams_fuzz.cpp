@@ -2,9 +2,9 @@
 #include "client/cell_text.h"
 #include "client/command_output.h"
 #include "client/command_watch.h"
+#include "client/past_output.h"
 #include "client/prompt_screen.h"
 #include "client/terminal_modes.h"
-#include "client/terminal_questions.h"
 #include "client/zsh_line_end.h"
 
 using namespace velotide;

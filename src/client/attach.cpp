@@ -11,10 +11,10 @@
 
 #include "client/attached_screen.h"
 #include "client/launch.h"
+#include "client/past_output.h"
 #include "client/session_link.h"
 #include "client/session_names.h"
 #include "client/signal_pipe.h"
-#include "client/terminal_questions.h"
 #include "client/trouble.h"
 #include "client/typed_input.h"
 

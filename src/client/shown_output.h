@@ -1,8 +1,8 @@
 #pragma once
 
 #include "base/bytes.h"
+#include "client/past_output.h"
 #include "client/terminal_modes.h"
-#include "client/terminal_questions.h"
 
 namespace velotide::client {
 

@@ -1,6 +1,5 @@
 #include "client/terminal_questions.h"
 
-#include <algorithm>
 #include <cctype>
 
 #include "client/control_sequence.h"
@@ -10,8 +9,6 @@ namespace velotide::client {
 namespace {
 
 using Kind = SessionInput::Kind;
-
-constexpr char cancel = '\x18';
 
 bool isDigit(char letter) { return letter >= '0' && letter <= '9'; }
 
@@ -61,36 +58,6 @@ Kind kindOfControl(const ControlSequence& control, std::string_view sequence) {
   return isModeAnswer || isKeyboardAnswer ? Kind::otherReply : Kind::typed;
 }
 
-bool isControlQuestion(const ControlSequence& control) {
-  switch (control.final) {
-    case 'c':
-    case 'n':
-    case 'x':
-      return true;
-    case 'p':
-      return control.intermediates == "$";
-    case 'q':
-      return control.prefix == '>';
-    case 'u':
-      return control.prefix == '?';
-    case 't':
-      return control.prefix == 0 && control.parameter(0) >= 11 && control.parameter(0) <= 21;
-    default:
-      return false;
-  }
-}
-
-bool isOutOfPlaceInPast(std::string_view sequence) {
-  if (const std::optional<ControlSequence> control = ControlSequence::parse(sequence))
-    return isControlQuestion(*control);
-  if (sequence == "\x1bZ") return true;
-  if (sequence.starts_with("\x1b]"))
-    return sequence.find(";?") != std::string_view::npos || sequence.starts_with("\x1b]52;") ||
-           sequence.starts_with("\x1b]9;");
-  if (sequence.starts_with("\x1bP")) return sequence.find("$q") == 2 || sequence.find("+q") == 2;
-  return sequence.starts_with("\x1b_G") && sequence.find("a=q") != std::string_view::npos;
-}
-
 }  // namespace
 
 SessionInput::Kind kindOfSequence(std::string_view sequence) {
@@ -100,36 +67,6 @@ SessionInput::Kind kindOfSequence(std::string_view sequence) {
   if (introducer == ']') return isColorAnswer(sequence) ? Kind::reply : Kind::otherReply;
   if (introducer == '_') return isGraphicsAnswer(sequence) ? Kind::reply : Kind::otherReply;
   return introducer == 'P' ? Kind::otherReply : Kind::typed;
-}
-
-std::string PastOutput::filter(std::string_view output) {
-  std::string shown;
-  scanner_.scan(
-      output, [&](std::string_view text) { filterText(text, shown); },
-      [&](std::string_view sequence) {
-        if (!isOutOfPlaceInPast(sequence)) {
-          shown += sequence;
-        } else if (isInLong_) {
-          // The long sequence before it ended where this one began.
-          shown += cancel;
-        }
-        isInLong_ = false;
-      });
-  return shown;
-}
-
-void PastOutput::filterText(std::string_view text, std::string& shown) {
-  const bool isBeginning = text.starts_with('\x1b');
-  if (scanner_.isLettingThrough()) {
-    if (isBeginning && text.size() >= SequenceScanner::maximumSequence) isInLong_ = !isOutOfPlaceInPast(text);
-    if (isInLong_) shown += text;
-    return;
-  }
-  // A sequence that was broken off would go on in what follows, if that is left out which broke it off.
-  if (isBeginning) return;
-  std::copy_if(text.begin(), text.end(), std::back_inserter(shown),
-               [](char letter) { return letter != '\a' && letter != '\x05'; });
-  isInLong_ = false;
 }
 
 }  // namespace velotide::client
