@@ -7,13 +7,14 @@
 #include <limits>
 #include <string_view>
 
+#include "client/cell_text.h"
 #include "client/command_watch.h"
-#include "client/printing.h"
 #include "client/prompt_screen.h"
 #include "client/session_control.h"
 #include "client/session_link.h"
 #include "client/session_names.h"
 #include "client/shell_words.h"
+#include "client/shown_output.h"
 #include "client/signal_pipe.h"
 #include "client/trouble.h"
 #include "client/wait_commands.h"
@@ -74,7 +75,7 @@ class Execution final : SessionLink::Observer {
     changedAt_ = now();
     end_ = offset + bytes.size();
     screen_.take(bytes, offset);
-    if (output_) print(output_->take(bytes, offset));
+    if (output_) shown_.print(bytesOf(output_->take(bytes, offset)));
   }
   void missOutput(std::uint64_t bytes) override { missed_ += output_ ? bytes : 0; }
   void takeState(const TerminalRuntimeSessionInfo&) override {}
@@ -102,6 +103,7 @@ class Execution final : SessionLink::Observer {
   const Uptime begin_ = now();
   PromptScreen screen_;
   std::optional<CommandWatch> output_;
+  ShownOutput shown_;
   SignalPipe signals_{{SIGINT, SIGTERM, SIGHUP}};
   SessionLink link_;
   std::optional<SessionControl> control_;
@@ -184,7 +186,7 @@ void Execution::takeControl() {
   const TerminalRuntimeSessionInfo judged = link_.session();
   if (judged.controlOwner)
     throw Refusal{ExecStatus::notAtPrompt,
-                  harmless(*judged.controlOwner) + " holds control of the session. Wait until it lets go."};
+                  shownText(*judged.controlOwner) + " holds control of the session. Wait until it lets go."};
   try {
     control_.emplace(service_, judged, "velotide-exec-" + std::to_string(::getpid()));
   } catch (const Trouble& trouble) {
@@ -249,7 +251,7 @@ int Execution::awaitEnd() {
     if (deadline_ <= now()) break;
     pump(interruptedAt_ ? settled : 10);
   }
-  print(output_->rest());
+  shown_.print(bytesOf(output_->rest()));
   if (missed_ > 0)
     service_.notices().error(std::to_string(missed_) +
                              " bytes of output were lost: they came faster than they could be taken.");

@@ -5,6 +5,7 @@ import shutil
 import signal
 import unittest
 
+from attached_terminal import Terminal
 from client_case import INTEGRATION, ClientCase, process
 
 SHELLS = {
@@ -40,6 +41,13 @@ class Exec(ClientCase):
                     status, output, errors = self.execute("--", *words)
                     self.assertEqual((expected[0], ""), (status, errors))
                     self.assertIn(expected[1], (None, output))
+
+    def test_a_terminal_is_shown_no_question(self):
+        for session in self.shells():
+            terminal = Terminal(["exec", session.info["id"], "--", r"printf 'a\033[cb\033[6nc'"],
+                                self.environment(VELOTIDE_ROOT=self.runtime.root))
+            self.addCleanup(terminal.close)
+            self.assertEqual((0, b"abc"), (terminal.finish(), terminal.screen.strip()))
 
     def test_nothing_is_typed_into_a_line_that_somebody_began(self):
         for session in self.shells():
