@@ -2,6 +2,7 @@
 #include <cctype>
 
 #include "client/agent_text.h"
+#include "client/cell_text.h"
 #include "client/commands.h"
 #include "client/event_stream.h"
 #include "client/printing.h"
@@ -43,8 +44,8 @@ std::string detailOf(const TerminalAttentionItem& item) {
   if (item.terminal && item.terminal->exitCode) add("exit " + std::to_string(*item.terminal->exitCode));
   if (item.terminal && item.terminal->occurrences > 1)
     add(std::to_string(item.terminal->occurrences) + " times");
-  if (item.context && item.context->taskID) add("task " + harmless(*item.context->taskID));
-  if (item.context && item.context->gateID) add("gate " + harmless(*item.context->gateID));
+  if (item.context && item.context->taskID) add("task " + shownText(*item.context->taskID));
+  if (item.context && item.context->gateID) add("gate " + shownText(*item.context->gateID));
   if (item.isStale) add("stale");
   if (item.readAt && !item.resolvedAt) add("seen");
   return text;

@@ -1,3 +1,4 @@
+#include "client/cell_text.h"
 #include "client/commands.h"
 #include "client/printing.h"
 #include "client/session_names.h"
@@ -52,8 +53,8 @@ int listSessions(Service& service, bool asJson, bool namesOnly) {
       print(session.id.text() + "\n");
     else
       rows.push_back({shortName(session.id), stateOf(session), std::to_string(session.pid), sizeOf(session),
-                      harmless(session.controlOwner.value_or("-")), agentOf(session),
-                      harmless(session.directory)});
+                      shownText(session.controlOwner.value_or("-")), agentOf(session),
+                      shownText(session.directory)});
   }
   if (!asJson && !namesOnly)
     printTable({"SESSION", "STATE", "PID", "SIZE", "CONTROL", "AGENT", "DIRECTORY"}, rows);
@@ -70,7 +71,7 @@ int showSession(Service& service, const std::string& name, bool asJson) {
       {"session", session.id.text()},
       {"state", stateOf(session)},
       {"pid", std::to_string(session.pid)},
-      {"directory", harmless(session.directory)},
+      {"directory", shownText(session.directory)},
       {"size", sizeOf(session)},
       {"output", std::to_string(session.outputOffset) + " bytes"},
       {"position", session.generation.text() + ":" + std::to_string(session.outputOffset)},
@@ -78,7 +79,7 @@ int showSession(Service& service, const std::string& name, bool asJson) {
       {"control", "free"},
   };
   if (session.controlOwner) {
-    fields.back().second = harmless(*session.controlOwner);
+    fields.back().second = shownText(*session.controlOwner);
     if (session.controlExpiresAt) fields.back().second += " until " + localTime(*session.controlExpiresAt);
   }
   for (const auto& command : session.commands.value_or(std::vector<TerminalRuntimeCommandInfo>()))

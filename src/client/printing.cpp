@@ -48,13 +48,6 @@ void printFields(const std::vector<std::pair<std::string, std::string>>& fields)
   print(text);
 }
 
-std::string harmless(std::string_view text) {
-  std::string shown(text);
-  std::replace_if(
-      shown.begin(), shown.end(), [](unsigned char letter) { return letter < 0x20 || letter == 0x7f; }, '?');
-  return shown;
-}
-
 std::string localTime(Date date) {
   const auto seconds = static_cast<time_t>(date.sinceReference + Date::unixReference);
   tm parts{};

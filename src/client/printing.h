@@ -29,9 +29,6 @@ void printTable(const std::vector<std::string>& heading, const std::vector<std::
 // "name: value" lines, values aligned.
 void printFields(const std::vector<std::pair<std::string, std::string>>& fields);
 
-// For a terminal: text from elsewhere without control characters.
-std::string harmless(std::string_view text);
-
 // A point in time as the person's clock shows it.
 std::string localTime(Date date);
 

@@ -1,5 +1,6 @@
 #include <algorithm>
 
+#include "client/cell_text.h"
 #include "client/commands.h"
 #include "client/printing.h"
 #include "client/session_names.h"
@@ -54,7 +55,7 @@ void fill(StatusRecord& status, Service& service) {
 }
 
 std::string describe(const TerminalRuntimeDisconnectDiagnostic& drop) {
-  std::string text = harmless(drop.reason);
+  std::string text = shownText(drop.reason);
   if (drop.lastAction) text += " after " + std::string(rawWord(*drop.lastAction));
   if (drop.subscribed) text += ", subscribed";
   return text + ", " + std::to_string(drop.queuedBytes) + " bytes unsent";
@@ -64,7 +65,7 @@ void printStatus(const StatusRecord& status) {
   std::vector<std::pair<std::string, std::string>> fields = {{"client", status.clientVersion},
                                                              {"root", status.root}};
   if (status.isRunning) {
-    fields.emplace_back("service", harmless(*status.version));
+    fields.emplace_back("service", shownText(*status.version));
     fields.emplace_back("epoch", status.serviceEpoch->text());
     fields.emplace_back("sessions", std::to_string(*status.sessions) + ", " +
                                         std::to_string(*status.runningSessions) + " of them running");

@@ -226,6 +226,11 @@ class Listing(ClientCase):
         self.call("restart", session, "--", "sh", "-c", "printf three")
         wait_until(lambda: self.call("read", session) == b"three", "the new output")
         self.call("read", session, "--after", position, status=1)
+        steering = "\u009b2J\u202e\x1b[2J"
+        os.mkdir(f"{self.directory}/{steering}")
+        named = self.call("new", "-d", "--directory", steering, "--", "true").decode().strip()
+        for shown in (self.call("ls"), self.call("show", named)):
+            self.assertIn("/?2J??[2J\n", shown.decode())
         self.call("show", "", status=1)
         self.call("show", "xyz", status=1)
         self.assertIn(b"velotide ls", self.errors)
@@ -268,6 +273,9 @@ class Failing(ClientCase):
             self.call("ls", status=1)
             self.assertIn(b"overloaded", self.errors)
             other.close()
+        os.chmod(self.root + "/ui-capability", 0o640)
+        self.call("ls", status=1)
+        self.assertIn(b"open to others", self.errors)
         os.chmod(self.root, 0o755)
         self.call("ls", status=1)
         self.assertIn(b"chmod 700", self.errors)
