@@ -1,7 +1,6 @@
 #include "client/mailbox_client.h"
 
 #include <errno.h>
-#include <fcntl.h>
 #include <poll.h>
 #include <signal.h>
 #include <sys/stat.h>
@@ -12,9 +11,9 @@
 #include <cstring>
 #include <utility>
 
-#include "base/file_descriptor.h"
 #include "base/private_files.h"
 #include "client/notices.h"
+#include "client/private_record.h"
 #include "client/trouble.h"
 #include "protocol/limits.h"
 
@@ -29,33 +28,6 @@ namespace {
 
 [[noreturn]] void failUntrusted(const std::string& path) {
   throw Trouble(path + " is not yours alone, so it is not believed. Find out who made it, and remove it.");
-}
-
-// The whole content of a private file; absent when there is no file of that name.
-std::optional<std::string> readPrivateFile(const std::string& path, std::size_t limit) {
-  const FileDescriptor file(::open(path.c_str(), O_RDONLY | O_NONBLOCK | O_NOFOLLOW | O_NOCTTY | O_CLOEXEC));
-  if (!file.isOpen() && errno == ENOENT) return std::nullopt;
-  if (!file.isOpen() || !isPrivateFile(file.get())) failUntrusted(path);
-  struct stat status {};
-  if (::fstat(file.get(), &status) != 0 || status.st_size > static_cast<off_t>(limit)) failUntrusted(path);
-  std::string content(static_cast<std::size_t>(status.st_size), '\0');
-  std::size_t total = 0;
-  while (total < content.size()) {
-    const ssize_t count = ::read(file.get(), content.data() + total, content.size() - total);
-    if (count < 0 && errno == EINTR) continue;
-    if (count <= 0) break;
-    total += static_cast<std::size_t>(count);
-  }
-  content.resize(total);
-  return content;
-}
-
-template <Record T>
-std::optional<T> decodeCopy(std::string_view text) {
-  JsonDocument document;
-  ByteQueue copy;
-  copy.append(text);
-  return decodeText<T>(document, copy.mutableText());
 }
 
 }  // namespace
@@ -104,11 +76,8 @@ MailboxClient::MailboxClient(const ServiceRoot& root) : root_(root), path_(root.
 }
 
 RuntimeReadOnlyMetadata MailboxClient::readMetadata() const {
-  const std::string path = path_ + "/runtime.json";
-  const std::optional<std::string> text = readPrivateFile(path, TerminalRuntimeLimits::maximumFrameBytes);
-  if (!text) failNotRunning(root_.path());
-  const auto metadata = decodeCopy<RuntimeReadOnlyMetadata>(*text);
-  if (!metadata) throw Trouble(path + " cannot be understood. Compare the versions of client and service.");
+  const auto metadata = readPrivateRecord<RuntimeReadOnlyMetadata>(path_ + "/runtime.json");
+  if (!metadata) failNotRunning(root_.path());
   return *metadata;
 }
 
@@ -119,14 +88,18 @@ void MailboxClient::checkService() {
                   ExitStatus::notRunning);
 }
 
+std::string MailboxClient::requestPath(const std::string& id) const {
+  return path_ + "/requests/" + id + ".json";
+}
+
 std::string MailboxClient::send(RuntimeNativeRequest request) {
   request.id = Uuid::random().text();
   ByteQueue text;
   if (!encodeText(text, request) || text.size() > TerminalRuntimeLimits::maximumFrameBytes)
     throw Trouble("The request is too long for the mailbox: at most 131072 bytes.", ExitStatus::usage);
-  const std::string file = path_ + "/requests/" + request.id;
+  const std::string pending = path_ + "/requests/" + request.id + ".pending";
   try {
-    replacePrivateFile(file + ".json", file + ".pending", text.view());
+    replacePrivateFile(requestPath(request.id), pending, text.view());
   } catch (const SystemFailure& failure) {
     throw Trouble(
         "The mailbox takes no request: " + std::string(std::strerror(static_cast<int>(failure.word))) + ".");
@@ -136,13 +109,16 @@ std::string MailboxClient::send(RuntimeNativeRequest request) {
 
 std::optional<MailboxAnswer> MailboxClient::take(const std::string& id) {
   const std::string path = path_ + "/responses/" + id + ".json";
-  std::optional<std::string> text = readPrivateFile(path, maximumAnswerBytes);
-  if (!text) return std::nullopt;
+  std::optional<ByteQueue> content = readPrivateFile(path, maximumAnswerBytes);
+  if (!content) return std::nullopt;
   ::unlink(path.c_str());
-  auto record = decodeCopy<RuntimeNativeResponse>(*text);
+  std::string text(content->text());
+  JsonDocument document;
+  std::optional<RuntimeNativeResponse> record;
+  if (!content->empty()) record = decodeText<RuntimeNativeResponse>(document, content->mutableText());
   if (!record || record->id != id)
     throw Trouble("The service's answer cannot be understood. Compare the versions of client and service.");
-  return MailboxAnswer{std::move(*text), std::move(*record)};
+  return MailboxAnswer{std::move(text), std::move(*record)};
 }
 
 std::optional<MailboxAnswer> MailboxClient::await(const std::string& id, Uptime deadline,
@@ -155,7 +131,7 @@ std::optional<MailboxAnswer> MailboxClient::await(const std::string& id, Uptime 
 }
 
 bool MailboxClient::awaitTaken(const std::string& id, Uptime deadline) {
-  const std::string path = path_ + "/requests/" + id + ".json";
+  const std::string path = requestPath(id);
   Pause pause(*this);
   while (::access(path.c_str(), F_OK) == 0) {
     if (!pause.sleep(deadline, -1)) return false;
@@ -163,11 +139,11 @@ bool MailboxClient::awaitTaken(const std::string& id, Uptime deadline) {
   return true;
 }
 
-MailboxAnswer MailboxClient::call(RuntimeNativeRequest request) {
+MailboxAnswer MailboxClient::call(RuntimeNativeRequest request, Seconds limit) {
   const std::string id = send(std::move(request));
-  std::optional<MailboxAnswer> answer = await(id, now() + answerDeadline);
-  if (!answer) throw Trouble("The service does not answer through its mailbox. See `velotide status`.");
-  return std::move(*answer);
+  if (std::optional<MailboxAnswer> answer = await(id, now() + limit)) return std::move(*answer);
+  ::unlink(requestPath(id).c_str());
+  throw Trouble("The service does not answer through its mailbox. See `velotide status`.");
 }
 
 void MailboxClient::cancelWait(const std::string& id, const std::string& owner) {

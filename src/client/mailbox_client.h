@@ -36,14 +36,16 @@ class MailboxClient {
   // Until the service has taken the request out. False when `deadline` passed first.
   bool awaitTaken(const std::string& id, Uptime deadline);
 
-  // Sends, and returns the answer, which must come within `answerDeadline`.
-  MailboxAnswer call(RuntimeNativeRequest request);
+  // Sends, and returns the answer. One that does not come within `limit` is Trouble, and the request is
+  // withdrawn.
+  MailboxAnswer call(RuntimeNativeRequest request, Seconds limit = answerDeadline);
   // Ends a wait that is not needed any more, and clears its result away.
   void cancelWait(const std::string& id, const std::string& owner);
 
  private:
   struct Pause;
 
+  std::string requestPath(const std::string& id) const;
   std::optional<MailboxAnswer> take(const std::string& id);
   RuntimeReadOnlyMetadata readMetadata() const;
   void checkService();

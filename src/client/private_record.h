@@ -11,9 +11,9 @@ namespace velotide::client {
 
 // The content of a file of this user's that is closed to others, read without following a link and checked on
 // the open descriptor. Nothing when there is no such file; throws Trouble when it is not to be trusted or
-// longer than `maximumPrivateBytes`.
+// longer than `limit`.
 inline constexpr std::size_t maximumPrivateBytes = 131072;
-std::optional<ByteQueue> readPrivateFile(const std::string& path);
+std::optional<ByteQueue> readPrivateFile(const std::string& path, std::size_t limit = maximumPrivateBytes);
 
 // The record that such a file holds. Throws Trouble when it holds something else.
 template <Record T>

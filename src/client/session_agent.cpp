@@ -1,6 +1,8 @@
 #include "client/session_agent.h"
 
-#include "client/mailbox.h"
+#include <utility>
+
+#include "client/mailbox_client.h"
 #include "client/trouble.h"
 
 namespace velotide::client {
@@ -34,8 +36,8 @@ RuntimeNativeResponse SessionAgent::askMailbox(RuntimeNativeAction action,
                                                RuntimeNativeRequest request) const {
   request.action = rawWord(action);
   request.tab = context_.tabID.text();
-  return client::askMailbox(context_, std::move(request), context_.records + "/" + context_.name + ".request",
-                            patience);
+  const ServiceRoot root = ServiceRoot::find(context_.serviceRoot);
+  return MailboxClient(root).call(std::move(request), patience).record;
 }
 
 void SessionAgent::remember(const AgentEvent& event) {
