@@ -134,6 +134,8 @@ INSTANTIATE_TEST_SUITE_P(
         Strictness{"Base64Unpadded", tree(R"("data":"AA")"), false},
         Strictness{"InvalidUtf8", tree("\"x\":\"\xff\""), false},
         Strictness{"OverlongUtf8", tree("\"x\":\"abcdefghijk\xc0\xaf\""), false},
+        Strictness{"CutUtf8", tree("\"leaves\":[{\"note\":\"\xc3\",\"shade\":\"light\"}]"), false},
+        Strictness{"Utf8BeyondUnicode", tree("\"x\":\"\xf4\x90\x80\x80\""), false},
         Strictness{"EncodedSurrogate", tree("\"x\":\"\xed\xa0\x80\""), false},
         Strictness{"EscapedPair", tree(R"("x":"\ud83d\ude00")"), true},
         Strictness{"LoneHighSurrogate", tree(R"("x":"\ud83d")"), false},

@@ -13,14 +13,13 @@ using faults::Fault;
 class Faults : public testing::Test {
  protected:
   TerminalRuntimeSessionInfo createSession(const std::string& script = "") {
-    const auto launch = script.empty() ? client.launch("/bin/cat") : client.launch("/bin/sh", {"-c", script});
-    return client.create(launch).session.value();
+    return client.ask(script.empty() ? service.creationOfCat() : service.creation(script)).session.value();
   }
   TerminalRuntimeSessionInfo look(const TerminalRuntimeSessionInfo& session) {
     return client.look(session.id).value();
   }
   void close(const TerminalRuntimeSessionInfo& session) {
-    EXPECT_TRUE(client.ask(client.make(Action::close, look(session))).ok);
+    EXPECT_TRUE(client.ask(service.make(Action::close, look(session))).ok);
   }
   // Whatever happens, happens in this time.
   void settle() { service.turn(40); }
@@ -48,17 +47,6 @@ struct Refusal {
   Fault fault;
   std::string_view word;
 };
-
-// What the request changed in the fields that matter to its action.
-TerminalRuntimeRequest completed(TerminalRuntimeRequest request, const TerminalRuntimeLaunch& launch) {
-  request.launch = launch;
-  request.columns = 90;
-  request.rows = 20;
-  request.expectedEchoEnabled = true;
-  request.source = TerminalRuntimeInputSource::human;
-  request.data = CarriedBytes(Bytes{'\n'});
-  return request;
-}
 
 TEST_F(Faults, EachActionIsRefusedWithItsWordAndLeavesNothingBehind) {
   // The request is read, and waited for, by the first call of its kind.
@@ -102,11 +90,14 @@ TEST_F(Faults, EachActionIsRefusedWithItsWordAndLeavesNothingBehind) {
   for (const auto& [action, fault, word] : refusals) {
     SCOPED_TRACE(testing::Message() << rawWord(action) << " while " << faults::nameOf(fault.call)
                                     << " fails with " << fault.error << " from no. " << fault.first);
-    TerminalRuntimeRequest request =
-        action == Action::create
-            ? client.make(action)
-            : client.make(action, look(action == Action::restartExited ? ended : running));
-    request = completed(request, client.launch("/bin/cat"));
+    // With the fields of every action.
+    auto request = service.typed(look(action == Action::restartExited ? ended : running), "\n");
+    request.action = action;
+    request.launch = service.creationOfCat().launch;
+    request.columns = 90;
+    request.rows = 20;
+    request.expectedEchoEnabled = true;
+    if (action == Action::create) request.sessionID.reset();
     service.turn();
     faults::schedule({fault});
     const auto answer = client.ask(request);
@@ -125,7 +116,7 @@ TEST_F(Faults, EachActionIsRefusedWithItsWordAndLeavesNothingBehind) {
 TEST_F(Faults, BytesCutIntoPiecesAndInterruptedArriveWhole) {
   const auto session = createSession("stty raw -echo; printf ready; exec head -c 60000");
   service.turnUntil([&] { return look(session).outputOffset == 5U; });
-  client.ask(client.make(Action::subscribe, session));
+  client.ask(service.make(Action::subscribe, session));
   std::string typed;
   while (typed.size() < 60000) typed += std::to_string(typed.size()) + " ";
   typed.resize(60000);
@@ -137,7 +128,7 @@ TEST_F(Faults, BytesCutIntoPiecesAndInterruptedArriveWhole) {
                     {Call::send, EINTR, 3, faults::always, 5},
                     {Call::send, 0, 1, faults::always, 2, 1000},
                     {Call::poll, EINTR, 4, faults::always, 9}});
-  EXPECT_TRUE(typist.ask(typist.typed(look(session), typed)).ok);
+  EXPECT_TRUE(typist.ask(service.typed(look(session), typed)).ok);
   std::string received;
   while (received.size() < typed.size()) {
     const auto push = client.connection().next();
@@ -155,13 +146,11 @@ TEST_P(LastingFaults, NeitherSpinNorStopTheService) {
   const auto closed = createSession("trap '' HUP; printf ready; exec sleep 1000");
   service.turnUntil([&] { return look(closed).outputOffset == 5U; });
   PatientClient viewer(service);
-  viewer.ask(viewer.make(Action::subscribe, used));
+  viewer.ask(service.make(Action::subscribe, used));
   // Something is asked of every part of the service: answers, terminals, children, the mailbox, the listener.
-  client.connection().send(client.typed(used, "typed\n"));
-  client.connection().send(client.make(Action::close, closed));
-  auto created = client.make(Action::create);
-  created.launch = client.launch("/bin/cat");
-  client.connection().send(created);
+  client.connection().send(service.typed(used, "typed\n"));
+  client.connection().send(service.make(Action::close, closed));
+  client.connection().send(service.creationOfCat());
   dropRequest(service.mailbox(), R"("action":"list_attention","schemaVersion":1)");
   FileDescriptor waiting(::socket(AF_UNIX, SOCK_STREAM, 0));
   ASSERT_EQ(platform::connectLocal(waiting.get(), service.root() + "/runtime.sock"), 0);
@@ -172,10 +161,10 @@ TEST_P(LastingFaults, NeitherSpinNorStopTheService) {
 
   faults::schedule({});
   PatientClient later(service);
-  const auto sessions = later.ask(later.make(Action::list)).sessions.value();
-  for (const auto& session : sessions) EXPECT_TRUE(later.ask(later.make(Action::close, session)).ok);
+  const auto sessions = later.ask(service.make(Action::list)).sessions.value();
+  for (const auto& session : sessions) EXPECT_TRUE(later.ask(service.make(Action::close, session)).ok);
   service.clock.advance(4);
-  EXPECT_TRUE(later.ask(later.make(Action::shutdownIfEmpty)).ok);
+  EXPECT_TRUE(later.ask(service.make(Action::shutdownIfEmpty)).ok);
   service.turnUntil([&] { return !service.isRunning(); });
   // One whose end was never told is nobody's.
   ::kill(closed.pid, SIGKILL);
@@ -197,10 +186,10 @@ INSTANTIATE_TEST_SUITE_P(Calls, LastingFaults, testing::ValuesIn(lasting), [](co
 TEST_F(Faults, AConnectionThatFoundNoDescriptorIsServedOnceThereIsOne) {
   faults::schedule({{Call::accept, EMFILE}});
   SteppedClient waiting(service);
-  waiting.send(waiting.make(Action::list));
+  waiting.send(service.make(Action::list));
   settle();
   EXPECT_FALSE(waiting.take());
-  EXPECT_TRUE(client.ask(client.make(Action::list)).ok) << "the others are served meanwhile";
+  EXPECT_TRUE(client.ask(service.make(Action::list)).ok) << "the others are served meanwhile";
   faults::schedule({});
   EXPECT_TRUE(waiting.next().ok);
 }
@@ -210,14 +199,14 @@ TEST_F(Faults, AChildThatCannotBeReapedIsKilledAndHoldsNothingButTheEnd) {
   service.turnUntil([&] { return look(session).outputOffset == 5U; });
   faults::schedule({{Call::waitpid, 0, 1, faults::always, 1, 0, 0}});
   close(session);
-  EXPECT_TRUE(client.ask(client.make(Action::shutdownIfEmpty)).ok);
+  EXPECT_TRUE(client.ask(service.make(Action::shutdownIfEmpty)).ok);
   service.clock.advance(3.1);
   settle();
   siginfo_t end{};
   EXPECT_EQ(::waitid(P_PID, static_cast<id_t>(session.pid), &end, WEXITED | WNOWAIT), 0);
   EXPECT_EQ(end.si_status, SIGKILL);
   EXPECT_TRUE(service.isRunning()) << "the child is not reaped";
-  EXPECT_TRUE(client.ask(client.make(Action::list)).ok);
+  EXPECT_TRUE(client.ask(service.make(Action::list)).ok);
   EXPECT_LT(busyTurns(), 5U);
   faults::schedule({});
   service.turnUntil([&] { return !service.isRunning(); });
@@ -227,7 +216,7 @@ TEST_F(Faults, InputThatAProgramDoesNotReadDoesNotKeepTheLoopBusy) {
   const auto session = createSession("stty raw -echo; printf ready; exec sleep 1000");
   service.turnUntil([&] { return look(session).outputOffset == 5U; });
   for (int each = 0; each < 3; ++each) {
-    client.ask(client.typed(look(session), std::string(60000, 'x')));
+    client.ask(service.typed(look(session), std::string(60000, 'x')));
     settle();
   }
   EXPECT_LT(busyTurns(), 5U);
@@ -237,20 +226,20 @@ TEST_F(Faults, InputThatAProgramDoesNotReadDoesNotKeepTheLoopBusy) {
 TEST_F(Faults, TheServiceGoesOnWithoutItsRootAndLeavesTheNextOneAlone) {
   const auto session = createSession();
   std::filesystem::remove_all(service.root());
-  EXPECT_TRUE(client.ask(client.typed(session, "still here\n")).ok);
+  EXPECT_TRUE(client.ask(service.typed(session, "still here\n")).ok);
   service.turnUntil([&] { return look(session).outputOffset == 24U; });
-  const auto created = client.create(client.launch("/bin/cat"));
+  const auto created = client.ask(service.creationOfCat());
   EXPECT_TRUE(created.ok);
   close(*created.session);
   std::filesystem::remove_all(service.root());
   replacePrivateFile(service.root(), service.root() + ".new", {});
-  EXPECT_EQ(client.create(client.launch("/bin/cat")).error, "runtime_error");
+  EXPECT_EQ(client.ask(service.creationOfCat()).error, "runtime_error");
   EXPECT_LT(busyTurns(), 5U);
   std::filesystem::remove(service.root());
 
   RuntimeServer next(service.root(), service.clock);
   close(session);
-  client.ask(client.make(Action::shutdownIfEmpty));
+  client.ask(service.make(Action::shutdownIfEmpty));
   service.turnUntil([&] { return !service.isRunning(); });
   service.end();
   EXPECT_TRUE(std::filesystem::exists(service.root() + "/runtime.sock"));

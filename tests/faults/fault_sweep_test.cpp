@@ -60,8 +60,8 @@ class Story {
     for (int session = 0; session < 3 && !isTold; ++session) isTold = liveOneSession();
     EXPECT_TRUE(isTold) << "one session after another was lost";
     useMailbox();
-    EXPECT_TRUE(client_.ask(client_.make(Action::diagnostics)).ok);
-    insist([&] { return client_.make(Action::shutdownIfEmpty); });
+    EXPECT_TRUE(client_.ask(service_.make(Action::diagnostics)).ok);
+    insist([&] { return service_.make(Action::shutdownIfEmpty); });
     service_.turnUntil([&] { return !service_.isRunning(); });
   }
 
@@ -83,51 +83,47 @@ class Story {
   TerminalRuntimeSessionInfo now() { return client_.look(session_).value(); }
 
   bool liveOneSession() {
-    const auto created = insist([&] {
-      auto request = client_.make(Action::create);
-      request.launch = client_.launch("/bin/cat");
-      return request;
-    });
+    const auto created = insist([&] { return service_.creationOfCat(); });
     if (!created) return false;
     session_ = created->session->id;
     const bool isLived = useSession();
-    insist([&] { return client_.make(Action::close, now()); });
+    insist([&] { return service_.make(Action::close, now()); });
     EXPECT_FALSE(client_.look(session_));
     return isLived;
   }
 
   bool useSession() {
-    viewer_.ask(viewer_.make(Action::subscribe, now()));
-    if (!insist([&] { return client_.typed(now(), "one\n"); })) return false;
+    viewer_.ask(service_.make(Action::subscribe, now()));
+    if (!insist([&] { return service_.typed(now(), "one\n"); })) return false;
     if (!awaitOutput("one\r\none\r\n")) return false;
     const auto resized = insist([&] {
-      auto request = client_.make(Action::resize, now());
+      auto request = service_.make(Action::resize, now());
       request.columns = 100;
       request.rows = 30;
       return request;
     });
-    if (!resized || !insist([&] { return client_.make(Action::inspectInput, now()); })) return false;
-    if (!insist([&] { return client_.typed(now(), "\x04"); })) return false;
+    if (!resized || !insist([&] { return service_.make(Action::inspectInput, now()); })) return false;
+    if (!insist([&] { return service_.typed(now(), "\x04"); })) return false;
     // A program whose terminal was lost before it read the end of its input never ends by itself.
     int looks = 0;
     service_.turnUntil([&] { return !now().running || (!isOpen() && ++looks > 200); });
     if (now().running) return false;
     return insist([&] {
-             auto request = client_.make(Action::restartExited, now());
-             request.launch = client_.launch("/bin/cat");
+             auto request = service_.make(Action::restartExited, now());
+             request.launch = service_.creationOfCat().launch;
              return request;
            })
         .has_value();
   }
 
   // Whether the terminal is still there.
-  bool isOpen() { return client_.ask(client_.make(Action::inspectInput, now())).ok; }
+  bool isOpen() { return client_.ask(service_.make(Action::inspectInput, now())).ok; }
 
   // False where the terminal was lost first.
   bool awaitOutput(std::string_view text) {
     bool isFound = false;
     service_.turnUntil([&] {
-      const auto read = client_.ask(client_.make(Action::read, now()));
+      const auto read = client_.ask(service_.make(Action::read, now()));
       const Bytes data = read.data ? read.data->copy() : Bytes{};
       isFound = textOf(data).find(text) != std::string_view::npos;
       return isFound || !isOpen();

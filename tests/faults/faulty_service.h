@@ -39,6 +39,13 @@ class FaultyService final : public SteppedService {
 
   std::size_t turns() const { return turns_; }
   std::string mailbox() const { return root() + "/native-tools"; }
+  // Of a program that needs no file but itself.
+  TerminalRuntimeRequest creationOfCat() const {
+    TerminalRuntimeRequest request = creation("");
+    request.launch->executable = "/bin/cat";
+    request.launch->arguments.clear();
+    return request;
+  }
 
  private:
   bool pass(int milliseconds) override {
@@ -60,25 +67,6 @@ class PatientClient {
   void connect() { connection_.emplace(service_); }
   SteppedClient& connection() { return *connection_; }
 
-  TerminalRuntimeRequest make(Action action) const { return connection_->make(action); }
-  TerminalRuntimeRequest make(Action action, const TerminalRuntimeSessionInfo& session) const {
-    TerminalRuntimeRequest request = make(action);
-    request.sessionID = session.id;
-    request.generation = session.generation;
-    request.controlEpoch = session.controlEpoch;
-    request.inputSequence = session.nextInputSequence;
-    return request;
-  }
-  // Of a program that needs no file but itself.
-  TerminalRuntimeLaunch launch(std::string executable, std::vector<std::string> arguments = {}) const {
-    TerminalRuntimeLaunch launch;
-    launch.executable = std::move(executable);
-    launch.arguments = std::move(arguments);
-    launch.environment = {{"PATH", "/usr/bin:/bin"}};
-    launch.directory = "/";
-    return launch;
-  }
-
   TerminalRuntimeResponse ask(const TerminalRuntimeRequest& request) {
     for (int attempt = 0; attempt < 8; ++attempt) {
       connection_->send(request);
@@ -94,20 +82,9 @@ class PatientClient {
     }
     throw std::runtime_error("never answered");
   }
-  TerminalRuntimeResponse create(const TerminalRuntimeLaunch& launch) {
-    TerminalRuntimeRequest request = make(Action::create);
-    request.launch = launch;
-    return ask(request);
-  }
-  TerminalRuntimeRequest typed(const TerminalRuntimeSessionInfo& session, std::string_view text) const {
-    TerminalRuntimeRequest request = make(Action::input, session);
-    request.source = TerminalRuntimeInputSource::human;
-    request.data = CarriedBytes(Bytes(text.begin(), text.end()));
-    return request;
-  }
   // The session as the service sees it now.
   std::optional<TerminalRuntimeSessionInfo> look(const Uuid& id) {
-    const auto sessions = ask(make(Action::list)).sessions.value();
+    const auto sessions = ask(service_.make(Action::list)).sessions.value();
     const auto found = std::ranges::find(sessions, id, &TerminalRuntimeSessionInfo::id);
     return found == sessions.end() ? std::nullopt : std::optional(*found);
   }

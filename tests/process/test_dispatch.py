@@ -3,7 +3,6 @@
 import os
 import pathlib
 import re
-import time
 import unittest
 
 from runtime_process import FEATURES, REQUIRED, RuntimeCase, encode, launch, new_id, protocol_date, wait_until
@@ -169,22 +168,9 @@ class Events(RuntimeCase):
         events = [{"cursor": self.cursor(number), "tabID": session.info["id"], **fields}
                   for number, fields in enumerate(own, 1)]
         self.assertEqual({"events": events, "nextCursor": head, "hasMore": False}, batch)
-
-    def test_the_log_keeps_its_newest_1024_events_and_says_what_expired(self):
-        session = self.client.create(f"head -c 24000000 /dev/zero; {SLEEP}")
-        wait_until(lambda: session.request("read")["latestOffset"] == 24000000, "all output")
-        head = self.client.request("list")["eventHead"]["sequence"]
-        self.assertGreater(head, 1025)
-        self.refuse("cursor_expired", self.client.request("readEvents", eventAfter=self.cursor(head - 1025)))
-        for after, limit, count in ((1024, None, 100), (1024, 5000, 1024), (1024, 0, 1), (1024, -9, 1),
-                                    (50, 50, 50), (50, 49, 49), (0, 10, 0)):
-            with self.subTest(after=after, limit=limit):
-                batch = self.client.request("readEvents", eventAfter=self.cursor(head - after),
-                                            eventLimit=limit)["events"]
-                self.assertEqual([head - after + 1 + turn for turn in range(count)],
-                                 [event["cursor"]["sequence"] for event in batch["events"]])
-                self.assertEqual((head - after + count, count < after),
-                                 (batch["nextCursor"]["sequence"], batch["hasMore"]))
+        some = self.client.request("readEvents", eventAfter=self.cursor(1), eventLimit=2)["events"]
+        self.assertEqual({"events": [2, 3], "nextCursor": self.cursor(3), "hasMore": True},
+                         {**some, "events": [event["cursor"]["sequence"] for event in some["events"]]})
 
 
 class Lifecycle(RuntimeCase):
@@ -216,20 +202,6 @@ class Lifecycle(RuntimeCase):
         os.kill(stubborn.info["pid"], 9)
         wait_until(lambda: self.client.request("create", launch=launch("true"))["ok"],
                    "the retired child makes room")
-
-    def test_shutdown_waits_until_a_child_that_ignores_the_hang_up_is_killed(self):
-        session = self.client.create(STUBBORN)
-        session.expect(b"ready")
-        begin = time.monotonic()
-        self.accept(session.request("close"))
-        self.refuse("unavailable", session.request("read"))
-        self.accept(self.client.request("shutdownIfEmpty"))
-        self.refuse("unavailable", self.client.request("create"))
-        os.kill(session.info["pid"], 0)
-        self.assertEqual(0, self.runtime.process.wait(20))
-        self.assertTrue(3 <= time.monotonic() - begin < 6, time.monotonic() - begin)
-        with self.assertRaises(ProcessLookupError):
-            os.kill(session.info["pid"], 0)
 
     def test_shutdown_writes_the_last_answers_before_the_process_ends(self):
         sent = [self.client.text(action) for action in

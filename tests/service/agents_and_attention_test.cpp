@@ -15,35 +15,23 @@ class AgentsAndAttention : public testing::Test {
  protected:
   TerminalRuntimeResponse create(const std::string& script, const std::string& directory = "/",
                                  const TerminalReminderPolicy& policy = {}) {
-    TerminalRuntimeRequest request = client.make(Action::create);
-    request.launch.emplace();
-    request.launch->executable = "/bin/sh";
-    request.launch->arguments = {"-c", script};
-    request.launch->environment = {{"PATH", "/usr/bin:/bin"}};
+    TerminalRuntimeRequest request = service.creation(script);
     request.launch->directory = directory;
     request.launch->reminderPolicy = policy;
     TerminalRuntimeResponse response = client.request(request);
     if (response.session) session = *response.session;
     return response;
   }
-  void pressReturn() {
-    TerminalRuntimeRequest input = make(Action::input);
-    input.source = TerminalRuntimeInputSource::human;
-    input.inputSequence = 1;
-    input.data.emplace(Bytes{'\n'});
-    EXPECT_TRUE(client.request(input).ok);
-  }
-  TerminalRuntimeRequest make(Action action) const {
-    TerminalRuntimeRequest request = client.make(action);
-    request.sessionID = session.id;
-    request.generation = session.generation;
-    request.controlEpoch = session.controlEpoch;
-    return request;
-  }
+  void pressReturn() { EXPECT_TRUE(client.request(service.typed(session, "\n")).ok); }
+  TerminalRuntimeRequest make(Action action) const { return service.make(action, session); }
   TerminalRuntimeResponse ask(Action action) { return client.request(make(action)); }
-  void bind() {
+  void awaitCommands(std::size_t count) {
+    service.turnUntil([&] { return ask(Action::getAgentState).session->commands->size() == count; });
+  }
+  void bind(std::optional<Uuid> command = {}) {
     TerminalRuntimeRequest request = make(Action::bindAgent);
     request.agentKind = TerminalAgentKind::codex;
+    request.commandID = command;
     grant = client.request(request).agentGrant.value();
   }
   TerminalRuntimeRequest makeReport(Activity activity, std::optional<TerminalAgentBlockReason> block = {}) {
@@ -61,7 +49,7 @@ class AgentsAndAttention : public testing::Test {
     return text;
   }
   TerminalRuntimeResponse acknowledge(const TerminalAttentionItem& item) {
-    TerminalRuntimeRequest request = client.make(Action::acknowledgeAttention);
+    TerminalRuntimeRequest request = service.make(Action::acknowledgeAttention);
     request.attentionID = item.id;
     request.attentionVersion = item.version;
     return client.request(request);
@@ -74,7 +62,7 @@ class AgentsAndAttention : public testing::Test {
   }
   // The kinds of the events since the last call, but for output, which comes in chunks of any number.
   std::string events() {
-    TerminalRuntimeRequest request = client.make(Action::readEvents);
+    TerminalRuntimeRequest request = service.make(Action::readEvents);
     request.eventAfter = eventHead;
     const TerminalRuntimeResponse response = client.request(request);
     eventHead = response.eventHead;
@@ -131,7 +119,7 @@ TEST_F(AgentsAndAttention, AReportReachesTheSubscriberInOneTurn) {
 
 TEST_F(AgentsAndAttention, TheEndOfTheChildEndsItsAgentAndItsDescriptor) {
   create("printf '" + start + "'; read go", "/", {.processExits = true});
-  service.turnUntil([&] { return ask(Action::getAgentState).session->commands->size() == 1; });
+  awaitCommands(1);
   bind();
   const std::filesystem::path contexts = service.root() + "/native-tools/native-agent-contexts";
   EXPECT_FALSE(std::filesystem::is_empty(contexts));
@@ -152,7 +140,7 @@ TEST_F(AgentsAndAttention, TheEndOfTheChildEndsItsAgentAndItsDescriptor) {
 
 TEST_F(AgentsAndAttention, CommandsAndBellsLeaveReminders) {
   create("printf '" + start + "'; read go; printf '\\007\\007" + end + "'; exec sleep 30");
-  service.turnUntil([&] { return ask(Action::getAgentState).session->commands->size() == 1; });
+  awaitCommands(1);
   service.clock.advance(5);
   events();
   pressReturn();
@@ -169,11 +157,8 @@ TEST_F(AgentsAndAttention, CommandsAndBellsLeaveReminders) {
 
 TEST_F(AgentsAndAttention, NoticesKeepToTheirSession) {
   create("printf '" + start + "'; read go; printf '\\007" + end + start + "'; exec sleep 30");
-  service.turnUntil([&] { return ask(Action::getAgentState).session->commands->size() == 1; });
-  TerminalRuntimeRequest request = make(Action::bindAgent);
-  request.agentKind = TerminalAgentKind::claude;
-  request.commandID = ask(Action::getAgentState).session->commands->front().id;
-  grant = client.request(request).agentGrant.value();
+  awaitCommands(1);
+  bind(ask(Action::getAgentState).session->commands->front().id);
   client.request(makeReport(Activity::blocked, TerminalAgentBlockReason::question));
   const TerminalRuntimeSessionInfo asking = session;
 
@@ -183,13 +168,13 @@ TEST_F(AgentsAndAttention, NoticesKeepToTheirSession) {
   subscribe();
   EXPECT_EQ(textOf(ask(Action::getAgentState)) + ", " + textOf(ask(Action::read)), "bell v1, bell v1");
   EXPECT_EQ(textOf(ask(Action::listAttention)), "bell v1");
-  EXPECT_EQ(textOf(client.request(client.make(Action::listAttention))), "question v1, bell v1");
+  EXPECT_EQ(textOf(client.request(service.make(Action::listAttention))), "question v1, bell v1");
 
   // The agent's bell is its question; the end of the command that carries the agent ends both.
   session = asking;
   events();
   pressReturn();
-  service.turnUntil([&] { return ask(Action::getAgentState).session->commands->size() == 2; });
+  awaitCommands(2);
   EXPECT_EQ(events(), "commandFinished agentChanged attentionResolved commandStarted ");
   EXPECT_EQ(ask(Action::getAgentState).session->agent->reason, TerminalAgentReason::commandEnded);
   EXPECT_EQ(textOf(ask(Action::listAttention)), "");
@@ -203,7 +188,7 @@ TEST_F(AgentsAndAttention, ALoosenedDescriptorDirectoryRefusesTheSession) {
   std::filesystem::create_directories(contexts);
   std::filesystem::permissions(contexts, std::filesystem::perms(0750));
   EXPECT_EQ(create("exec sleep 30").error, "runtime_error");
-  EXPECT_TRUE(client.request(client.make(Action::list)).sessions->empty());
+  EXPECT_TRUE(client.request(service.make(Action::list)).sessions->empty());
   std::filesystem::permissions(contexts, std::filesystem::perms(0700));
   EXPECT_EQ(create("exec sleep 30", "/missing").error, "process_launch_failed");
   EXPECT_TRUE(std::filesystem::is_empty(contexts));

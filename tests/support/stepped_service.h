@@ -38,8 +38,38 @@ class SteppedService {
       running_ = pass(5);
     }
   }
-  const std::string& capability() const { return capability_; }
   std::string root() const { return directory_.path() + "/root"; }
+
+  TerminalRuntimeRequest make(TerminalRuntimeAction action) const {
+    TerminalRuntimeRequest request = TerminalRuntimeRequest::make(action);
+    request.capability = capability_;
+    return request;
+  }
+  // About a session as it was last seen.
+  TerminalRuntimeRequest make(TerminalRuntimeAction action, const TerminalRuntimeSessionInfo& session) const {
+    TerminalRuntimeRequest request = make(action);
+    request.sessionID = session.id;
+    request.generation = session.generation;
+    request.controlEpoch = session.controlEpoch;
+    request.inputSequence = session.nextInputSequence;
+    return request;
+  }
+  TerminalRuntimeRequest typed(const TerminalRuntimeSessionInfo& session, std::string_view text) const {
+    TerminalRuntimeRequest request = make(TerminalRuntimeAction::input, session);
+    request.source = TerminalRuntimeInputSource::human;
+    request.data = CarriedBytes(Bytes(text.begin(), text.end()));
+    return request;
+  }
+  // Of a session that runs the script.
+  TerminalRuntimeRequest creation(const std::string& script) const {
+    TerminalRuntimeRequest request = make(TerminalRuntimeAction::create);
+    request.launch.emplace();
+    request.launch->executable = "/bin/sh";
+    request.launch->arguments = {"-c", script};
+    request.launch->environment = {{"PATH", "/usr/bin:/bin"}};
+    request.launch->directory = "/";
+    return request;
+  }
 
   ManualClock clock;
 
@@ -74,11 +104,6 @@ class SteppedClient {
     service_.turn();
   }
 
-  TerminalRuntimeRequest make(TerminalRuntimeAction action) const {
-    TerminalRuntimeRequest request = TerminalRuntimeRequest::make(action);
-    request.capability = service_.capability();
-    return request;
-  }
   void send(const TerminalRuntimeRequest& request) {
     ByteQueue frame;
     encodedTransportFrame(request, frame);
