@@ -3,9 +3,7 @@
 import json
 import pathlib
 import subprocess
-import sys
 
-sys.path.insert(0, str(pathlib.Path(__file__).resolve().parents[1] / "process"))
 from runtime_process import BINARIES, RuntimeCase, wait_until
 
 CLIENT = str(BINARIES / "velotide")

@@ -2,7 +2,6 @@
 
 import fcntl
 import os
-import pathlib
 import pty
 import select
 import shutil
@@ -11,23 +10,10 @@ import struct
 import subprocess
 import tempfile
 import termios
-import time
 import unittest
 
-REPOSITORY = pathlib.Path(__file__).resolve().parents[2]
-BINARIES = pathlib.Path(os.environ.get("VELOTIDE_BIN_DIR", REPOSITORY / "build" / "bin")).absolute()
-VELOTIDE = str(BINARIES / "velotide")
-DEADLINE = 20.0  # seconds; only a broken program ever waits this long
-
-
-def wait_until(condition, what, deadline=DEADLINE):
-    """Polls until the condition answers something true, and returns that."""
-    end = time.monotonic() + deadline
-    while not (value := condition()):
-        if time.monotonic() > end:
-            raise AssertionError(f"waited {deadline} s in vain: {what}")
-        time.sleep(0.005)
-    return value
+from client_case import VELOTIDE
+from runtime_process import wait_until
 
 
 class Terminal:
@@ -49,7 +35,7 @@ class Terminal:
         os.close(slave)
 
     def resize(self, columns, rows):
-        fcntl.ioctl(self.slave, termios.TIOCSWINSZ, struct.pack("HHHH", rows, columns, 0, 0))
+        fcntl.ioctl(self.master, termios.TIOCSWINSZ, struct.pack("HHHH", rows, columns, 0, 0))
 
     def type(self, text):
         while text:
@@ -79,7 +65,7 @@ class Terminal:
         return termios.tcgetattr(self.slave) == self.before
 
     def finish(self):
-        """Waits for the client's end: its exit status (negative: the signal that ended it)."""
+        """Waits for the client's end: its exit status."""
         def ended():
             self.take()
             return self.process.poll() is not None
@@ -105,20 +91,10 @@ class ClientCase(unittest.TestCase):
         self.root = self.directory + "/root"
         self.environment = {"PATH": os.environ["PATH"], "HOME": self.directory, "TERM": "xterm-256color",
                             "LANG": "C.UTF-8", "SHELL": "/bin/sh", "PS1": "$ ", "VELOTIDE_ROOT": self.root}
-        self.addCleanup(self.end_service)
+        self.addCleanup(self.call, "stop", "--close-all", status=None)
 
-    def end_service(self):
-        """Ends the service and what runs in it, also when it stands still."""
-        try:
-            for pid in wait_until(self.service_processes, "the service", 1):
-                os.kill(pid, signal.SIGCONT)
-        except (AssertionError, ProcessLookupError):
-            return
-        self.call("stop", "--close-all", status=None)
-
-    def service_processes(self):
-        found = subprocess.run(["pgrep", "-f", f"velotide-runtime --root {self.root}$"], capture_output=True, check=False)
-        return [int(pid) for pid in found.stdout.split()]
+    def service_process(self):
+        return int(subprocess.check_output(["pgrep", "-f", f"velotide-runtime --root {self.root}$"]))
 
     def terminal(self, *words, **options):
         terminal = Terminal(words, self.environment, **options)

@@ -1,12 +1,9 @@
 """The real client against a real service; see tests/process/runtime_process.py for the service's side."""
 
 import os
-import pathlib
 import subprocess
-import sys
 
-sys.path.insert(0, str(pathlib.Path(__file__).resolve().parents[1] / "process"))
-import runtime_process as process  # noqa: E402
+import runtime_process as process
 
 VELOTIDE = str(process.BINARIES / "velotide")
 INTEGRATION = process.REPOSITORY / "shell-integration"

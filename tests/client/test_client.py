@@ -33,7 +33,6 @@ class Attaching(ClientCase):
         two.type(b"stty size\r")
         two.expect(b"20 70")
         two.resize(101, 41)
-        two.process.send_signal(signal.SIGWINCH)
         wait_until(lambda: json.loads(self.call("ls", "--json"))["columns"] == 101, "the new size")
         two.type(b"exit 3\r")
         self.assertEqual(3, two.finish())
@@ -47,7 +46,7 @@ class Attaching(ClientCase):
                 "closed": (lambda t, s: self.call("close", s), 125, b"closed elsewhere ("),
                 "hang-up": (lambda t, s: t.process.send_signal(signal.SIGHUP), 129, b"by signal 1 ("),
                 "termination": (lambda t, s: t.process.send_signal(signal.SIGTERM), 143, b"by signal 15 ("),
-                "service killed": (lambda t, s: os.kill(self.service_processes()[0], signal.SIGKILL), 125,
+                "service killed": (lambda t, s: os.kill(self.service_process(), signal.SIGKILL), 125,
                                    b"service gone (")}
         for way, (leave, status, line) in ways.items():
             with self.subTest(way):
