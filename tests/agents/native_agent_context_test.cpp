@@ -10,6 +10,7 @@
 #include "base/byte_queue.h"
 #include "base/failure.h"
 #include "base/record.h"
+#include "support/temporary_directory.h"
 
 namespace velotide {
 namespace {
@@ -18,8 +19,6 @@ namespace fs = std::filesystem;
 
 class NativeAgentContext : public testing::Test {
  protected:
-  ~NativeAgentContext() override { fs::remove_all(top); }
-
   std::errc refusal() {
     try {
       context.prepare(tab, root);
@@ -31,8 +30,8 @@ class NativeAgentContext : public testing::Test {
   }
 
   const Uuid tab = Uuid::random();
-  const fs::path top = fs::temp_directory_path() / ("velotide-context-" + tab.text());
-  const std::string root = top / "native-tools";
+  const TemporaryDirectory top;
+  const std::string root = top.path() + "/native-tools";
   const fs::path directory = fs::path(root) / "native-agent-contexts";
   TerminalNativeAgentContext context;
 };
@@ -86,10 +85,10 @@ TEST_F(NativeAgentContext, RefusesADirectoryThatOthersCouldReach) {
     EXPECT_EQ(refusal(), word) << mode;
   }
   context.invalidate();
-  fs::rename(directory, top / "planted");
-  fs::create_directory_symlink(top / "planted", directory);
+  fs::rename(directory, top.path() + "/planted");
+  fs::create_directory_symlink(top.path() + "/planted", directory);
   EXPECT_EQ(refusal(), std::errc::permission_denied);
-  EXPECT_TRUE(fs::is_empty(top / "planted"));
+  EXPECT_TRUE(fs::is_empty(top.path() + "/planted"));
 }
 
 }  // namespace

@@ -4,6 +4,8 @@
 
 #include <string>
 
+#include "support/random_text.h"
+
 namespace velotide {
 namespace {
 
@@ -14,12 +16,6 @@ constexpr TerminalAgentScreenDetection approval{
     TerminalAgentActivity::blocked, TerminalAgentBlockReason::approval, TerminalAgentReason::screenApproval};
 constexpr TerminalAgentScreenDetection nothing{TerminalAgentActivity::unknown, std::nullopt,
                                                TerminalAgentReason::unrecognizedScreen};
-
-std::string repeat(const std::string& text, std::size_t count) {
-  std::string all;
-  for (std::size_t each = 0; each < count; ++each) all += text;
-  return all;
-}
 
 const std::string question = "Do you want to proceed?\n";
 const std::string prompt = question + "❯ 1. Yes\n2. No\n";

@@ -2,18 +2,17 @@
 
 #include <fcntl.h>
 #include <gtest/gtest.h>
-#include <stdlib.h>
 #include <unistd.h>
 
 #include <filesystem>
 #include <fstream>
-#include <map>
 #include <string>
 #include <vector>
 
 #include "agents/native_agent_context.h"
 #include "base/private_files.h"
 #include "bridge/native_bridge.h"
+#include "support/temporary_directory.h"
 
 namespace velotide {
 
@@ -22,13 +21,8 @@ inline std::string newText() { return Uuid::random().text(); }
 // A mailbox in a directory of its own, over one running session.
 class Bridge : public testing::Test, protected BridgeSessions {
  protected:
-  Bridge() : root(temporaryDirectory() + "/native-tools") { open(); }
-  ~Bridge() override { std::filesystem::remove_all(std::filesystem::path(root).parent_path()); }
+  Bridge() { open(); }
 
-  static std::string temporaryDirectory() {
-    std::string path = testing::TempDir() + "velotide-XXXXXX";
-    return ::mkdtemp(path.data()) ? path : "";
-  }
   void open() {
     bridge.reset();
     bridge.emplace(root, events);
@@ -94,7 +88,8 @@ class Bridge : public testing::Test, protected BridgeSessions {
   TerminalAttentionStore attention{events, clock};
   TerminalWaitCoordinator waits{{events, [](const Uuid&) { return TerminalWaitTargetSnapshot{}; },
                                  [this] { return attention.activeView(); }, [] { return true; }}};
-  const std::string root;
+  const TemporaryDirectory home;
+  const std::string root = home.path() + "/native-tools";
   std::optional<RuntimeNativeBridge> bridge;
 };
 

@@ -1,5 +1,3 @@
-#include <signal.h>
-#include <sys/resource.h>
 #include <sys/socket.h>
 #include <sys/stat.h>
 
@@ -111,19 +109,6 @@ TEST_F(Bridge, ResponsesNobodyCollectsGo) {
   for (int each = 0; each < 30; ++each) pass();
   EXPECT_EQ(names("responses").size(), 2U);
   EXPECT_TRUE(collect(ids.back()));
-}
-
-TEST_F(Bridge, FullDiskCostsOnlyTheResponse) {
-  const std::string lost = drop(request);
-  ::signal(SIGXFSZ, SIG_IGN);
-  rlimit limit{};
-  ::getrlimit(RLIMIT_FSIZE, &limit);
-  const rlimit small{10, limit.rlim_max};
-  ::setrlimit(RLIMIT_FSIZE, &small);
-  pass();
-  ::setrlimit(RLIMIT_FSIZE, &limit);
-  EXPECT_TRUE(names("responses").empty());
-  EXPECT_TRUE(ask(request).ok);
 }
 
 TEST_F(Bridge, StartClearsLeftoversUpToABound) {

@@ -13,18 +13,13 @@
 #include "client/terminal_questions.h"
 #include "client/trouble.h"
 #include "client/typed_input.h"
+#include "support/random_text.h"
 
 namespace velotide::client {
 
 namespace {
 
 using Kind = SessionInput::Kind;
-
-std::string repeat(std::string_view text, int times) {
-  std::string all;
-  while (times-- > 0) all += text;
-  return all;
-}
 
 std::string scanned(std::vector<std::string_view> chunks) {
   SequenceScanner scanner;

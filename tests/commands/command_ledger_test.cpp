@@ -3,7 +3,7 @@
 #include <gtest/gtest.h>
 
 #include "base/record.h"
-#include "random_text.h"
+#include "support/random_text.h"
 
 namespace velotide {
 namespace {

@@ -6,7 +6,7 @@
 #include "commands/output_pattern.h"
 #include "commands/relative_path.h"
 #include "commands/unicode_text.h"
-#include "random_text.h"
+#include "support/random_text.h"
 
 namespace velotide {
 namespace {
@@ -72,6 +72,10 @@ TEST(OutputInsights, KeepsThreeOfAKind) {
   EXPECT_EQ(described(text), "error(error 0)error(error 1)error(error 2)");
   EXPECT_EQ(described("/a;/b;/c;/d"), "filePath(/a)filePath(/b)filePath(/c)");
   EXPECT_EQ(Analyzer::outputSummary(text)->errorLine, "error 0");
+  for (const char* signal : {"x\nFatal\n", "warn: an error", "at main.c", "stac\xe2\x84\xaa trace"})
+    EXPECT_TRUE(Analyzer::hasErrorSignal(signal)) << signal;
+  for (const char* quiet : {"", "ok", "warn: no", "that at x", "/usr/lib"})
+    EXPECT_FALSE(Analyzer::hasErrorSignal(quiet)) << quiet;
 }
 
 TEST(OutputPattern, GivesUpOnHostileLinesOnly) {
@@ -115,21 +119,6 @@ TEST(RelativePathRegions, HoldEveryMatchOfTheLine) {
     lines += !expected.empty();
   }
   EXPECT_GT(lines, 2000);
-}
-
-TEST(OutputInsights, SignalsErrorsAsTheSummaryDoes) {
-  const std::string_view pieces[] = {"error", "Fatal", "ok",   "traceback",    "at x", "\n",     "\n", "at",
-                                     " ",     "warn:", "\xff", "\xe2\x84\xaa", "STAC", " trace", "\r", "x"};
-  int signals = 0;
-  for (std::uint32_t seed = 0; seed < 500; ++seed) {
-    const std::string text = Choices(seed).text(pieces, 6);
-    const auto summary = Analyzer::outputSummary(text);
-    const bool expected = summary && (summary->errorLine || summary->stackTraceLine);
-    EXPECT_EQ(Analyzer::hasErrorSignal(text), expected) << text;
-    signals += expected;
-  }
-  EXPECT_GT(signals, 50);
-  EXPECT_LT(signals, 450);
 }
 
 TEST(OutputSummary, WritesItsTexts) {

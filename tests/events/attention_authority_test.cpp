@@ -44,7 +44,7 @@ TEST_F(AttentionAuthority, ReplacesWhatItManagesByItsList) {
   Item terminal = foreign(Kind::bell);
   terminal.instanceID.reset();
   EXPECT_EQ(adopt({question, resolved, elsewhere, terminal, done}),
-            "Resolved approval v2 resolved@5000, Created question v7, Created completed v7");
+            "Resolved approval v2 resolved@786000000, Created question v7, Created completed v7");
   EXPECT_EQ(active(), "question v7, completed v7, bell v1");
   const std::uint64_t unchanged = store.revision();
   EXPECT_EQ(adopt({question, done}), "");
@@ -53,11 +53,11 @@ TEST_F(AttentionAuthority, ReplacesWhatItManagesByItsList) {
   EXPECT_EQ(adopt({question, done}), "Updated question v8");
   EXPECT_EQ(adopt({done, question}), "");
   EXPECT_EQ(store.items().back(), question);
-  EXPECT_EQ(adopt({}), "Resolved completed v8 resolved@5000, Resolved question v9 resolved@5000");
+  EXPECT_EQ(adopt({}), "Resolved completed v8 resolved@786000000, Resolved question v9 resolved@786000000");
   EXPECT_EQ(active(), "bell v1");
 
   store.markRuntimeAuthorityExternal(tab);
-  EXPECT_EQ(adopt({terminal}), "Resolved bell v2 resolved@5000, Created bell v7");
+  EXPECT_EQ(adopt({terminal}), "Resolved bell v2 resolved@786000000, Created bell v7");
   const std::uint64_t before = store.revision(tab);
   adopt({});
   EXPECT_NE(store.revision(tab), before);
@@ -69,10 +69,10 @@ TEST_F(AttentionAuthority, IgnoresListsThatArriveLate) {
   const Item item = foreign(Kind::question);
   EXPECT_EQ(adopt({item}, TerminalEventCursor{epoch, 5}), "Created question v7");
   EXPECT_EQ(adopt({}, TerminalEventCursor{epoch, 4}), "");
-  EXPECT_EQ(adopt({}, TerminalEventCursor{epoch, 5}), "Resolved question v8 resolved@5000");
+  EXPECT_EQ(adopt({}, TerminalEventCursor{epoch, 5}), "Resolved question v8 resolved@786000000");
   const Uuid restarted = Uuid::random();
   EXPECT_EQ(adopt({item}, TerminalEventCursor{restarted, 2}), "Created question v7");
-  EXPECT_EQ(adopt({}), "Resolved question v8 resolved@5000");
+  EXPECT_EQ(adopt({}), "Resolved question v8 resolved@786000000");
   close();
   EXPECT_EQ(adopt({item}, TerminalEventCursor{restarted, 1}), "Created question v7");
 }

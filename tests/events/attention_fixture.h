@@ -8,6 +8,7 @@
 #include "base/failure.h"
 #include "base/record.h"
 #include "events/attention_store.h"
+#include "support/manual_clock.h"
 
 namespace velotide {
 
@@ -21,19 +22,13 @@ class AttentionFixture : public testing::Test {
   using Kind = TerminalAttentionKind;
   using Result = TerminalAgentResult;
 
-  struct HandClock final : Clock {
-    Date date() const override { return now; }
-    Uptime uptime() const override { return {}; }
-    Date now{5000};
-  };
-
   AttentionFixture() {
     agent.instanceID = Uuid::random();
     agent.runID = Uuid::random();
     agent.reason = TerminalAgentReason::reported;
     log.observe([this](const TerminalSessionEvent& event) {
       if (!event.attention) return;
-      EXPECT_EQ(event.occurredAt, clock.now);
+      EXPECT_EQ(event.occurredAt, clock.date());
       EXPECT_EQ(event.tabID, event.attention->tabID);
       if (event.kind == TerminalSessionEventKind::attentionCreated && event.attention->version == 1) {
         EXPECT_EQ(event.attention->createdSequence, event.cursor.sequence);
@@ -99,7 +94,7 @@ class AttentionFixture : public testing::Test {
 
   const Date now{100};
   const Uuid tab = Uuid::random();
-  HandClock clock;
+  const ManualClock clock;
   TerminalSessionEventStore log{Uuid::random()};
   TerminalAttentionStore store{log, clock};
   TerminalAgentSnapshot agent;

@@ -48,7 +48,9 @@ Result through(Call call, Result (*real)(Arguments...), std::type_identity_t<Arg
   const std::optional<Fault> fault = befalling(call);
   if (!fault) return real(arguments...);
   errno = fault->error;
-  return static_cast<Result>(fault->result);
+  if constexpr (std::is_same_v<Result, void*>) return MAP_FAILED;
+  if constexpr (std::is_pointer_v<Result>) return nullptr;
+  if constexpr (!std::is_pointer_v<Result>) return static_cast<Result>(fault->result);
 }
 
 // For calls that move bytes; the size is the argument that may be cut.
@@ -92,6 +94,7 @@ using namespace velotide::faults;
 VELOTIDE_WRAP(int, accept, (int socket, sockaddr* from, socklen_t* size), socket, from, size)
 VELOTIDE_WRAP(int, bind, (int socket, const sockaddr* to, socklen_t size), socket, to, size)
 VELOTIDE_WRAP(int, chmod, (const char* path, mode_t mode), path, mode)
+VELOTIDE_WRAP(DIR*, fdopendir, (int file), file)
 VELOTIDE_WRAP(int, flock, (int file, int operation), file, operation)
 VELOTIDE_WRAP(int, fstat, (int file, struct stat* status), file, status)
 VELOTIDE_WRAP(int, fstatat, (int at, const char* path, struct stat* status, int flags), at, path, status,
@@ -102,7 +105,10 @@ VELOTIDE_WRAP(int, kill, (pid_t child, int number), child, number)
 VELOTIDE_WRAP(int, listen, (int socket, int backlog), socket, backlog)
 VELOTIDE_WRAP(int, lstat, (const char* path, struct stat* status), path, status)
 VELOTIDE_WRAP(int, mkdir, (const char* path, mode_t mode), path, mode)
+VELOTIDE_WRAP(void*, mmap, (void* at, std::size_t size, int rights, int flags, int file, off_t offset), at,
+              size, rights, flags, file, offset)
 VELOTIDE_WRAP(int, pipe, (int* ends), ends)
+VELOTIDE_WRAP(dirent*, readdir, (DIR * directory), directory)
 VELOTIDE_WRAP(int, rename, (const char* from, const char* to), from, to)
 VELOTIDE_WRAP(int, socket, (int domain, int type, int protocol), domain, type, protocol)
 VELOTIDE_WRAP(int, stat, (const char* path, struct stat* status), path, status)
@@ -141,25 +147,6 @@ VELOTIDE_REAL(pid_t, forkpty, (int* master, char* name, const termios* attribute
   const pid_t child = through(Call::forkpty, __real_forkpty, master, name, attributes, size);
   if (child == 0) serving = false;
   return child;
-}
-
-VELOTIDE_REAL(DIR*, fdopendir, (int file)) {
-  const std::optional<Fault> fault = befalling(Call::fdopendir);
-  if (!fault) return __real_fdopendir(file);
-  errno = fault->error;
-  return nullptr;
-}
-VELOTIDE_REAL(dirent*, readdir, (DIR * directory)) {
-  const std::optional<Fault> fault = befalling(Call::readdir);
-  if (!fault) return __real_readdir(directory);
-  errno = fault->error;
-  return nullptr;
-}
-VELOTIDE_REAL(void*, mmap, (void* at, std::size_t size, int rights, int flags, int file, off_t offset)) {
-  const std::optional<Fault> fault = befalling(Call::mmap);
-  if (!fault) return __real_mmap(at, size, rights, flags, file, offset);
-  errno = fault->error;
-  return MAP_FAILED;
 }
 
 // The last argument of these is there on some calls only; what is read in its place is then not looked at.

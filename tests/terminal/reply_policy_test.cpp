@@ -4,14 +4,10 @@
 
 #include <string>
 
+#include "support/random_text.h"
+
 namespace velotide {
 namespace {
-
-std::string repeat(const std::string& text, int count) {
-  std::string all;
-  for (int each = 0; each < count; ++each) all += text;
-  return all;
-}
 
 struct Case {
   const char* name;
