@@ -39,22 +39,25 @@ struct Case {
   Event expected;
 };
 
+const Event begins = event(Meaning::sessionBegins);
+const Event goesOn = event(Meaning::goesOn);
+const Event asks = event(Meaning::blocks, Reason::question);
+const Event wantsApproval = event(Meaning::blocks, Reason::approval);
+const Event completed = event(Meaning::turnEnds, {}, Result::completed, "t-1");
+
 TEST(AgentEvents, OfClaudeMeanWhatIsDocumentedOrNothing) {
   for (const Case& each : std::vector<Case>{
-           {hook("SessionStart", R"(,"source":"startup")"), event(Meaning::sessionBegins)},
+           {hook("SessionStart", R"(,"source":"startup")"), begins},
            {hook("UserPromptSubmit", R"(,"prompt":"a\u0000b")"), event(Meaning::turnBegins)},
-           {hook("PreToolUse", R"(,"tool_name":"Bash","tool_input":{"a":[1]})"), event(Meaning::goesOn)},
-           {hook("PreToolUse", R"(,"tool_name":"AskUserQuestion")"),
-            event(Meaning::blocks, Reason::question)},
-           {hook("PostToolUse", R"(,"tool_name":"AskUserQuestion")"), event(Meaning::goesOn)},
-           {hook("PermissionDenied", R"(,"tool_name":"Bash")"), event(Meaning::goesOn)},
-           {hook("PermissionRequest", R"(,"tool_name":"Bash")"), event(Meaning::blocks, Reason::approval)},
-           {hook("Notification", R"(,"notification_type":"permission_prompt")"),
-            event(Meaning::blocks, Reason::approval)},
-           {hook("Notification", R"(,"notification_type":"agent_needs_input")"),
-            event(Meaning::blocks, Reason::question)},
+           {hook("PreToolUse", R"(,"tool_name":"Bash","tool_input":{"a":[1]})"), goesOn},
+           {hook("PreToolUse", R"(,"tool_name":"AskUserQuestion")"), asks},
+           {hook("PostToolUse", R"(,"tool_name":"AskUserQuestion")"), goesOn},
+           {hook("PermissionDenied", R"(,"tool_name":"Bash")"), goesOn},
+           {hook("PermissionRequest", R"(,"tool_name":"Bash")"), wantsApproval},
+           {hook("Notification", R"(,"notification_type":"permission_prompt")"), wantsApproval},
+           {hook("Notification", R"(,"notification_type":"agent_needs_input")"), asks},
            {hook("Notification", R"(,"notification_type":"idle_prompt")"), {}},
-           {hook("Elicitation"), event(Meaning::blocks, Reason::question)},
+           {hook("Elicitation"), asks},
            {hook("Stop", R"(,"stop_hook_active":false)"), event(Meaning::turnEnds, {}, Result::completed)},
            {hook("StopFailure"), event(Meaning::turnEnds, {}, Result::failed)},
            {hook("SessionEnd", R"(,"reason":"logout")"), event(Meaning::sessionEnds)},
@@ -70,14 +73,13 @@ TEST(AgentEvents, OfCodexComeFromHooksAndNotifications) {
   const std::string turn = R"(,"turn_id":"t-1","model":"m")";
   const std::string notified = R"(","thread-id":")" + session + R"(","turn-id":"t-1","input-messages":[]})";
   for (const Case& each : std::vector<Case>{
-           {hook("SessionStart"), event(Meaning::sessionBegins)},
+           {hook("SessionStart"), begins},
            {hook("UserPromptSubmit", turn), event(Meaning::turnBegins, {}, {}, "t-1")},
            {hook("PreToolUse", turn), event(Meaning::goesOn, {}, {}, "t-1")},
            {hook("PermissionRequest", turn), event(Meaning::blocks, Reason::approval, {}, "t-1")},
            {hook("PostToolUse", turn), event(Meaning::goesOn, {}, {}, "t-1")},
-           {hook("Stop", turn), event(Meaning::turnEnds, {}, Result::completed, "t-1")},
-           {R"({"type":"agent-turn-complete)" + notified,
-            event(Meaning::turnEnds, {}, Result::completed, "t-1")},
+           {hook("Stop", turn), completed},
+           {R"({"type":"agent-turn-complete)" + notified, completed},
            {R"({"type":"approval-requested)" + notified, {}},
            {hook("SessionEnd"), {}},
        })

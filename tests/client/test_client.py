@@ -7,7 +7,6 @@ import pathlib
 import signal
 import socket
 import subprocess
-import threading
 import unittest
 import uuid
 
@@ -81,16 +80,10 @@ class Attaching(ClientCase):
         for terminal in both:
             terminal.expect(b"ready")
         texts = [b"".join(b"%c%03d" % (letter, number) for number in range(400)) for letter in b"AB"]
-
-        def type_slowly(terminal, text):
-            for at in range(0, len(text), 8):
+        for at in range(0, 1600, 8):
+            for terminal, text in zip(both, texts):
                 terminal.type(text[at:at + 8])
-                terminal.take(0.001)
-        threads = [threading.Thread(target=type_slowly, args=pair) for pair in zip(both, texts)]
-        for thread in threads:
-            thread.start()
-        for thread in threads:
-            thread.join()
+                terminal.take()
         output = lambda: self.call("read", session).split(b"ready")[1].lstrip(b"\r\n")
         wait_until(lambda: [t.take() for t in both] and len(output()) >= 3200, "all that was typed")
         typed = output()

@@ -87,8 +87,7 @@ class RootDirectory(StartCase):
         self.runtime.start(umask=0)
         self.assert_capability(self.runtime.capability)
         self.assertEqual([0o700, 0o700], [mode(os.path.dirname(root)), mode(root)])
-        kinds = {"runtime.sock": stat.S_ISSOCK, "runtime.lock": stat.S_ISREG,
-                 "ui-capability": stat.S_ISREG}
+        kinds = {"runtime.sock": stat.S_ISSOCK, "runtime.lock": stat.S_ISREG, "ui-capability": stat.S_ISREG}
         for name, is_kind in kinds.items():
             path = os.path.join(root, name)
             self.assertTrue(is_kind(os.lstat(path).st_mode), name)
@@ -111,8 +110,7 @@ class Lifetime(StartCase):
         path = os.path.join(self.runtime.root, "runtime.sock")
         before = os.stat(path)
         self.assert_start_fails("--root", self.runtime.root)
-        self.assertEqual((before.st_ino, before.st_mtime), (os.stat(path).st_ino,
-                                                            os.stat(path).st_mtime))
+        self.assertEqual((before.st_ino, before.st_mtime), (os.stat(path).st_ino, os.stat(path).st_mtime))
         token = pathlib.Path(self.runtime.root, "ui-capability").read_text()
         self.assertEqual(self.runtime.capability, token)
         self.accept(client.request("list"))

@@ -71,8 +71,7 @@ class Answers(RuntimeCase):
                 self.refuse("unavailable", session.request(action, sessionID=None))
                 self.refuse("unavailable", session.request(action, sessionID=new_id(), generation=None))
                 for wrong in (None, new_id()):
-                    self.refuse("generation_changed",
-                                session.request(action, generation=wrong, controlEpoch=None))
+                    self.refuse("generation_changed", session.request(action, generation=wrong, controlEpoch=None))
         for action in ("input", "close", "restartExited", "acquireControl", "renewControl", "releaseControl"):
             for wrong in (None, new_id()):
                 self.refuse("control_changed", session.request(action, controlEpoch=wrong))
@@ -200,8 +199,7 @@ class Lifecycle(RuntimeCase):
         self.assertEqual(63, len(self.client.request("list")["sessions"]))
         self.refuse("resource_limit", self.client.request("create", launch=launch("true")))
         os.kill(stubborn.info["pid"], 9)
-        wait_until(lambda: self.client.request("create", launch=launch("true"))["ok"],
-                   "the retired child makes room")
+        wait_until(lambda: self.client.request("create", launch=launch("true"))["ok"], "the retired child makes room")
 
     def test_shutdown_writes_the_last_answers_before_the_process_ends(self):
         sent = [self.client.text(action) for action in

@@ -138,6 +138,7 @@ class Input(RuntimeCase):
             ("input_foreground_changed", "input", {"expectedForegroundPID": me + 1}),
             ("resize_failed", "resize", {}), ("resize_failed", "resize", {"columns": 80}),
             ("resize_failed", "resize", {"columns": 0, "rows": 1}),
+            ("resize_failed", "resize", {"columns": 1001, "rows": 1}),
             ("resize_failed", "resize", {"columns": 1, "rows": 1001}),
             ("resize_failed", "resize", {"columns": 2 ** 32 + 1, "rows": 1}),
             ("resize_failed", "resize", {"columns": 1, "rows": -2 ** 63})])
