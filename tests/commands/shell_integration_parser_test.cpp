@@ -93,6 +93,29 @@ TEST(ShellIntegrationPayload, FollowsTheGrammar) {
     EXPECT_FALSE(parseShellIntegrationPayload(payload)) << payload;
 }
 
+TEST(ShellIntegrationParser, FindsTheSameMarksWhereverTheStreamIsCut) {
+  const std::string stream = "text" + mark("start=6c73") + "out\x1b[1m" + mark("end=0", "\x1b\\") +
+                             mark("shell=fi\x1bsh") + mark("shell=a\ab\x1b\\") + prefix.substr(0, 9) +
+                             mark("context=,,7,,", "\x1b\\") + mark("end=x") + "\x1b" + mark("end=-1") +
+                             mark("shell=\xff") + mark("shell=" + mark("end=3")) + "\x1b]777;";
+  const std::uint64_t base = 1'000'000;
+  const Events whole = PlainModel().accept(stream, base);
+  ASSERT_EQ(whole.size(), 7u);
+  EXPECT_EQ(whole[0].startOffset, base + 4);
+  EXPECT_EQ(whole[0].endOffset, base + 4 + mark("start=6c73").size());
+  for (std::size_t first = 0; first <= stream.size(); ++first) {
+    for (const std::size_t rest : {stream.size(), std::size_t{1}}) {
+      TerminalShellIntegrationParser parser;
+      Events events = parser.acceptLocated(bytesOf(stream).first(first), base);
+      for (std::size_t at = first; at < stream.size(); at += rest) {
+        const auto chunk = bytesOf(stream).subspan(at, std::min(rest, stream.size() - at));
+        for (auto& event : parser.acceptLocated(chunk, base + at)) events.push_back(event);
+      }
+      ASSERT_TRUE(events == whole) << "cut at " << first;
+    }
+  }
+}
+
 TEST(ShellIntegrationParser, BehavesLikeThePlainModel) {
   const std::string filling(9000, 'x');
   const std::string nearlyFull(32'740, 'y');
