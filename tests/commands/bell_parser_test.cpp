@@ -55,7 +55,10 @@ TEST(BellParser, TellsBellsAndVisibleTextFromControlSequences) {
                "3",
                0, "123"},
               {"character set", "\x1b(B\x1b\x1b=x", 0, "Bx"},
-              {"lines longer than a block", repeat(line, 4) + "\a" + line, 1, repeat(line, 5)},
+              {"longer than a block",
+               repeat(line, 4) + "\a" + line + "\x1b]0;" + repeat(line, 3) + "\ax\x1bP" + repeat(line, 3) +
+                   "\x1b\\\a",
+               2, repeat(line, 5) + "x"},
               {"still open", "\x1b]0;text", 0, ""}};
   for (const auto& row : rows) {
     const Result whole{row.bells, row.visible};
