@@ -59,6 +59,7 @@ TEST(BellParser, TellsBellsAndVisibleTextFromControlSequences) {
                repeat(line, 4) + "\a" + line + "\x1b]0;" + repeat(line, 3) + "\ax\x1bP" + repeat(line, 3) +
                    "\x1b\\\a",
                2, repeat(line, 5) + "x"},
+              {"sequence longer than a block", "\x1b[" + repeat("1", 62) + "m" + line + line, 0, line + line},
               {"still open", "\x1b]0;text", 0, ""}};
   for (const auto& row : rows) {
     const Result whole{row.bells, row.visible};
