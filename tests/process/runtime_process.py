@@ -23,6 +23,8 @@ import uuid
 REPOSITORY = pathlib.Path(__file__).resolve().parents[2]
 BINARIES = pathlib.Path(os.environ.get("VELOTIDE_BIN_DIR", REPOSITORY / "build" / "bin")).absolute()
 RUNTIME = str(BINARIES / "velotide-runtime")
+# The sanitizers need descriptors of their own and keep freed memory for a while.
+IS_SANITIZED = b"__ubsan" in pathlib.Path(RUNTIME).read_bytes()
 FAILURE_MESSAGE = b"Velotide Runtime could not start or continue.\n"
 FEATURES = ["restart_exited_v1", "agent_tools_v1", "event_wait_v1", "command_lifecycle_v1", "terminal_attention_v1"]
 REQUIRED = {"protocolVersion", "version", "serviceEpoch", "id", "action", "ok"}
