@@ -15,7 +15,7 @@ void ByteQueue::consume(std::size_t count) {
   begin_ += count;
   if (begin_ != end_) return;
   begin_ = end_ = 0;
-  if (capacity_ > keptCapacity) {
+  if (capacity_ > keptCapacity_) {
     storage_.reset();
     capacity_ = 0;
   }

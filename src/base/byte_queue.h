@@ -14,6 +14,13 @@ namespace velotide {
 // The queue grows with its content; whoever fills it bounds it. Once empty it gives a large allocation back.
 class ByteQueue {
  public:
+  // What covers the ordinary traffic of a connection.
+  static constexpr std::size_t ordinaryCapacity = 262144;
+
+  // An empty queue keeps an allocation of up to `keptCapacity` bytes.
+  explicit ByteQueue(std::size_t keptCapacity) : keptCapacity_(keptCapacity) {}
+  ByteQueue() : ByteQueue(ordinaryCapacity) {}
+
   // Readable bytes that always follow the content, so that a vector scan may look past its end.
   static constexpr std::size_t padding = 32;
 
@@ -41,11 +48,9 @@ class ByteQueue {
   void clear() { consume(size()); }
 
  private:
-  // An empty queue keeps an allocation up to this size, which covers all ordinary traffic.
-  static constexpr std::size_t keptCapacity = 262144;
-
   void makeRoom(std::size_t count);
 
+  std::size_t keptCapacity_;
   std::unique_ptr<std::uint8_t[]> storage_;
   std::size_t capacity_ = 0;
   std::size_t begin_ = 0;

@@ -139,7 +139,8 @@ class RuntimeSession {
   // The master side after its output ended, held until the child has ended too.
   FileDescriptor endedTerminal_;
   std::optional<std::int32_t> exitStatus_;
-  ByteQueue pendingInput_;
+  // Of many sessions, few are typed into; what was pasted once is not room to keep.
+  ByteQueue pendingInput_{4096};
   TerminalNativeAgentContext nativeAgentContext_;
   TerminalAgentMonitor agentMonitor_;
   TerminalRuntimeCommandLedger commandLedger_;

@@ -199,17 +199,25 @@ class SlowClients(RuntimeCase):
         session = self.client.create("head -c 100000 /dev/zero; exec sleep 30")
         session.read_until(lambda reply: len(session.seen) == 100000, "all output")
         reading = {"sessionID": session.info["id"], "generation": session.info["generation"]}
-
-        def resident():
-            shown = subprocess.check_output(["ps", "-o", "rss=", "-p", str(self.runtime.process.pid)])
-            return int(shown) * 1024
-
-        before = resident()
+        before = self.resident()
         for rounds in range(1, 4):
             for client in [self.connect() for _ in range(4)]:
                 client.send(b"".join(client.text("read", **reading)[1] for _ in range(40)))
             wait_until(lambda: len(self.client.request("diagnostics")["disconnects"]) == 4 * rounds, "cut-offs")
-        wait_until(lambda: resident() - before < 1048576, "memory given back")
+        wait_until(lambda: self.resident() - before < 1048576, "memory given back")
+
+    def test_what_was_pasted_once_is_given_back(self):
+        sessions = [self.client.create("stty raw -echo; echo ready; exec cat >/dev/null") for _ in range(16)]
+        for session in sessions:
+            session.expect(b"ready")
+        before = self.resident()
+        for session in sessions:
+            self.accept(session.input(b"x" * 65536))
+        wait_until(lambda: self.resident() - before < 524288, "memory given back")
+
+    def resident(self):
+        shown = subprocess.check_output(["ps", "-o", "rss=", "-p", str(self.runtime.process.pid)])
+        return int(shown) * 1024
 
 
 if __name__ == "__main__":
