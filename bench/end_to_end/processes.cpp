@@ -58,10 +58,10 @@ void Process::end() {
 }
 
 std::optional<int> Process::awaitEnd(std::chrono::milliseconds patience) {
-  const auto deadline = Clock::now() + patience;
+  const auto deadline = attendedNow() + patience;
   int status = 0;
   while (::waitpid(id_, &status, WNOHANG) != id_) {
-    if (Clock::now() > deadline) return std::nullopt;
+    if (attendedNow() > deadline) return std::nullopt;
     pause(std::chrono::milliseconds(5));
   }
   id_ = -1;

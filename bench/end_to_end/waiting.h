@@ -13,6 +13,11 @@ namespace velotide::bench {
 
 using Clock = std::chrono::steady_clock;
 
+// The clock less the time in which this whole process stood still, as all do now and then on a machine that
+// is shared or suspended: what waits by it does not blame the other side for that. Any thread may ask;
+// somebody has to, every half second.
+Clock::time_point attendedNow();
+
 double secondsBetween(Clock::time_point begin, Clock::time_point end);
 
 // Thrown when a signal asked the program to end or its own time is up.

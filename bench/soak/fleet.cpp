@@ -50,13 +50,13 @@ void Fleet::requireLeaving(std::size_t place, const Member& member, std::string_
 }
 
 Member createMember(SteadyClient& client, const std::string& program, const ChildPlan& plan) {
-  const auto deadline = Clock::now() + soakPatience;
+  const auto deadline = attendedNow() + soakPatience;
   const std::string id = freshUuid();
   const std::string fields = R"(,"sessionID":)" + jsonText(id) + launchOf(program, plan);
   while (true) {
     const Reply reply = client.ask("create", fields);
     if (reply.ok()) return {sessionIn(reply.record, id), plan};
-    if (reply.error != "resource_limit" || Clock::now() > deadline) {
+    if (reply.error != "resource_limit" || attendedNow() > deadline) {
       throw std::runtime_error("create was refused: " + reply.error);
     }
     pause(std::chrono::milliseconds(20));

@@ -57,13 +57,13 @@ void Follower::chooseSession() {
 }
 
 void Follower::subscribe() {
-  nextWhim_ = Clock::now() + milliseconds(random_.between(50, 2500));
+  nextWhim_ = attendedNow() + milliseconds(random_.between(50, 2500));
   try {
     subscription_ =
         client_->send("subscribe", member_.session.address() + member_.session.after(check_->position()));
   } catch (const ConnectionEnded&) {
     disconnect();
-    connectAt_ = Clock::now() + milliseconds(20);
+    connectAt_ = attendedNow() + milliseconds(20);
   }
 }
 
@@ -99,7 +99,7 @@ void Follower::receive() {
     // tells, and shows that nothing is lost.
     ++tally_.cutOffs;
     disconnect();
-    connectAt_ = Clock::now() + milliseconds(20);
+    connectAt_ = attendedNow() + milliseconds(20);
     return;
   }
   const std::string mark = R"("id":)" + jsonText(subscription_);
@@ -131,7 +131,7 @@ Followers::Followers(const ServiceProcess& service, const Fleet& fleet, Tally& t
 }
 
 void Followers::act() {
-  const auto now = Clock::now();
+  const auto now = attendedNow();
   entries_.clear();
   for (const auto& member : members_) {
     member->proceed(now);

@@ -13,9 +13,9 @@ constexpr std::size_t crowdSize = 12;
 
 // Whether the service ends the connection, whatever it sends before.
 bool isEnded(WireClient& client) {
-  const auto deadline = Clock::now() + soakPatience;
+  const auto deadline = attendedNow() + soakPatience;
   std::vector<char> ignored(65536);
-  while (Clock::now() < deadline) {
+  while (attendedNow() < deadline) {
     pollfd entry{client.descriptor(), POLLIN, 0};
     if (::poll(&entry, 1, 100) > 0 && readSome(client.descriptor(), ignored) == 0) return true;
   }

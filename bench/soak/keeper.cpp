@@ -65,9 +65,9 @@ void Keeper::look(std::size_t place, const std::string& list) {
   if (!state) throw std::runtime_error("session " + member.session.id + " is missing from the list");
   if (state->running) return;
   if (member.plan.length == 0) throw std::runtime_error("session " + member.session.id + " ended unasked");
-  const auto since = endedSince_.try_emplace(place, Clock::now()).first->second;
+  const auto since = endedSince_.try_emplace(place, attendedNow()).first->second;
   if (state->outputOffset != member.plan.length) {
-    if (Clock::now() - since < soakPatience) return;
+    if (attendedNow() - since < soakPatience) return;
     throw std::runtime_error("session " + member.session.id + " wrote " + std::to_string(member.plan.length) +
                              " bytes before its end, the service has " + std::to_string(state->outputOffset));
   }
@@ -76,7 +76,7 @@ void Keeper::look(std::size_t place, const std::string& list) {
                              ", the service says " + std::to_string(state->exitStatus.value_or(999)));
   }
   // Some time for those who still read.
-  if (Clock::now() - since > std::chrono::milliseconds(500 + random_.below(2000))) restart(place, member);
+  if (attendedNow() - since > std::chrono::milliseconds(500 + random_.below(2000))) restart(place, member);
 }
 
 void Keeper::restart(std::size_t place, const Member& ended) {

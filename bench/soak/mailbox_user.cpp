@@ -86,7 +86,7 @@ void MailboxUser::ask(const std::string& action, const std::string& fields, mill
   const std::string path = requests_ + id;
   writeFile(path + ".part", R"({"id":)" + jsonText(id) + R"(,"action":)" + jsonText(action) + fields + "}\n",
             0600);
-  expected_[id] = {action, action == "wait_session" ? control_ : "", Clock::now() + patience};
+  expected_[id] = {action, action == "wait_session" ? control_ : "", attendedNow() + patience};
   if (::rename((path + ".part").c_str(), (path + ".json").c_str()) != 0) failWithErrno(path);
   ++tally_.letters;
 }
@@ -177,7 +177,7 @@ void MailboxUser::collect() {
     std::filesystem::remove(entry.path());
   }
   for (const auto& [id, expected] : expected_) {
-    if (Clock::now() < expected.deadline) continue;
+    if (attendedNow() < expected.deadline) continue;
     throw std::runtime_error(expected.action + " " + id + " was not answered in time");
   }
 }

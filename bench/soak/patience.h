@@ -4,8 +4,8 @@
 
 namespace velotide::bench {
 
-// How long anything may take that the service must do. Generous, because a busy machine may let every process
-// stand still for many seconds.
+// How long anything may take that the service must do, in attended time. Generous, because on a busy machine
+// the service may wait for its turn when this process does not.
 constexpr std::chrono::seconds soakPatience{60};
 
 }  // namespace velotide::bench

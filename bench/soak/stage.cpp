@@ -2,12 +2,14 @@
 
 #include <stdexcept>
 
+#include "end_to_end/waiting.h"
 #include "soak/patience.h"
 
 namespace velotide::bench {
 namespace {
 
 constexpr std::chrono::seconds restPatience{2 * soakPatience};
+constexpr std::chrono::milliseconds moment{200};
 
 }  // namespace
 
@@ -43,9 +45,10 @@ bool Stage::mayAct(Actor& actor) {
 void Stage::rest(const std::function<void()>& look) {
   std::unique_lock lock(mutex_);
   restWanted_ = true;
-  const bool allRest =
-      changed_.wait_for(lock, restPatience, [this] { return resting_ == threads_.size() || isOver_; });
-  if (!allRest) throw std::runtime_error("somebody did not come to rest");
+  const auto deadline = attendedNow() + restPatience;
+  while (!changed_.wait_for(lock, moment, [this] { return resting_ == threads_.size() || isOver_; })) {
+    if (attendedNow() > deadline) throw std::runtime_error("somebody did not come to rest");
+  }
   if (!isOver_) {
     lock.unlock();
     look();

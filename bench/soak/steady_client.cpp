@@ -27,7 +27,7 @@ Reply SteadyClient::ask(std::string_view action, std::string_view fields) {
 }
 
 Reply SteadyClient::exchange() {
-  const auto deadline = Clock::now() + soakPatience;
+  const auto deadline = attendedNow() + soakPatience;
   while (true) {
     try {
       if (!client_) client_.emplace(service_.connect());
@@ -36,14 +36,14 @@ Reply SteadyClient::exchange() {
     } catch (const ConnectionEnded&) {
       client_.reset();
       ++tally_.reconnections;
-      if (Clock::now() > deadline) throw;
+      if (attendedNow() > deadline) throw;
     }
     pause(std::chrono::milliseconds(10));
   }
 }
 
 void SteadyClient::noteSlowest(Clock::time_point sent) {
-  const auto taken = std::chrono::duration_cast<std::chrono::milliseconds>(Clock::now() - sent);
+  const auto taken = std::chrono::duration_cast<std::chrono::milliseconds>(attendedNow() - sent);
   const auto milliseconds = static_cast<std::uint64_t>(taken.count());
   std::uint64_t slowest = tally_.slowestMilliseconds;
   while (slowest < milliseconds && !tally_.slowestMilliseconds.compare_exchange_weak(slowest, milliseconds)) {
@@ -52,7 +52,7 @@ void SteadyClient::noteSlowest(Clock::time_point sent) {
 
 Reply SteadyClient::awaitReply() {
   const std::string mark = R"("id":)" + jsonText(id_);
-  const auto sent = Clock::now();
+  const auto sent = attendedNow();
   const std::string_view record = client_->receive(soakPatience);
   noteSlowest(sent);
   if (record.find(mark) == std::string_view::npos) {

@@ -47,10 +47,10 @@ Vitals::Reading Vitals::read() {
 
 // Children go on writing: of a few readings the smallest is the one with the least on its way.
 Vitals::Reading Vitals::readAtRest() {
-  const auto deadline = Clock::now() + soakPatience;
+  const auto deadline = attendedNow() + soakPatience;
   Reading reading = read();
   while (reading.descriptors != ownDescriptors_ + reading.sessions) {
-    if (Clock::now() > deadline) {
+    if (attendedNow() > deadline) {
       throw std::runtime_error("expected " + std::to_string(ownDescriptors_) +
                                " descriptors and one for each of " + std::to_string(reading.sessions) +
                                " sessions, seen " + std::to_string(reading.descriptors));

@@ -128,7 +128,7 @@ void Writer::control(Typing& typing, std::string_view action) {
 }
 
 void Writer::awaitEcho(Typing& typing) {
-  const auto deadline = Clock::now() + soakPatience;
+  const auto deadline = attendedNow() + soakPatience;
   while (true) {
     const std::string record = client_.require(
         "read", typing.member.session.address() + typing.member.session.after(typing.check.position()));
@@ -136,7 +136,7 @@ void Writer::awaitEcho(Typing& typing) {
     typing.check.accept(output, tally_);
     const std::uint64_t position = typing.check.position();
     if (position == typing.accepted) return;
-    if (output.latest > typing.accepted || Clock::now() > deadline) {
+    if (output.latest > typing.accepted || attendedNow() > deadline) {
       throw std::runtime_error("expected the echo of " + std::to_string(typing.accepted) + " bytes, seen " +
                                std::to_string(output.latest));
     }
@@ -145,7 +145,7 @@ void Writer::awaitEcho(Typing& typing) {
 }
 
 void Writer::awaitFarewell(Typing& typing) {
-  const auto deadline = Clock::now() + soakPatience;
+  const auto deadline = attendedNow() + soakPatience;
   while (true) {
     const std::string record = client_.require("getAgentState", typing.member.session.address());
     const SessionState state = stateIn(record, typing.member.session.id).value();
@@ -155,7 +155,7 @@ void Writer::awaitFarewell(Typing& typing) {
       typing.member.session.controlEpoch = state.controlEpoch;
       return;
     }
-    if (Clock::now() > deadline) throw std::runtime_error("a child that said farewell still runs");
+    if (attendedNow() > deadline) throw std::runtime_error("a child that said farewell still runs");
     pause(std::chrono::milliseconds(5));
   }
 }
