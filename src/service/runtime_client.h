@@ -59,6 +59,9 @@ class RuntimeClient {
   // The first reason given.
   std::optional<std::string> disconnectReason;
   std::optional<TerminalRuntimeAction> lastAction;
+  // Somebody types: the answer waits for one more turn, in which the echo mostly comes, so that both go out
+  // in one write and wake the client once.
+  bool awaitsEcho = false;
 
  private:
   FileDescriptor connection_;

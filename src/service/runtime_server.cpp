@@ -5,6 +5,7 @@
 
 #include <algorithm>
 #include <span>
+#include <utility>
 
 #include "protocol/limits.h"
 #include "protocol/runtime_failure.h"
@@ -18,6 +19,8 @@ namespace {
 
 constexpr int acceptsPerTurn = 8;
 constexpr int framesPerCall = 8;
+// For an answer that waits for its echo.
+constexpr int echoMilliseconds = 1;
 constexpr Seconds refusalPause = 0.1;
 constexpr Seconds roundLength = 0.002;
 // Whoever asked within this span may be typing.
@@ -40,8 +43,9 @@ bool RuntimeServer::turn(int milliseconds) {
     reapRetired();
     state_.tools.process(state_.clock.date());
   }
-  buildPollSet();
-  const int ready = ::poll(pollSet_.data(), static_cast<nfds_t>(pollSet_.size()), milliseconds);
+  const bool awaitsEcho = buildPollSet();
+  const int patience = awaitsEcho ? std::min(milliseconds, echoMilliseconds) : milliseconds;
+  const int ready = ::poll(pollSet_.data(), static_cast<nfds_t>(pollSet_.size()), patience);
   wasIdle_ = ready == 0;
   if (ready < 0) {
     if (errno == EINTR) return true;
@@ -74,13 +78,18 @@ void RuntimeServer::reapRetired() {
   });
 }
 
-void RuntimeServer::buildPollSet() {
+// Answers whether a client's answer waits for its echo.
+bool RuntimeServer::buildPollSet() {
   pollSet_.clear();
   polledSessions_.clear();
   const bool accepting = acceptAfter_ <= state_.clock.uptime();
   pollSet_.push_back({state_.socket.fd(), static_cast<short>(accepting ? POLLIN : 0), 0});
+  bool anyAwaitsEcho = false;
   for (const auto& [fd, client] : clients_) {
-    pollSet_.push_back({fd, static_cast<short>(client->outgoing.empty() ? POLLIN : POLLIN | POLLOUT), 0});
+    const bool awaitsEcho = std::exchange(client->awaitsEcho, false);
+    const bool isWriting = !client->outgoing.empty() && !awaitsEcho;
+    pollSet_.push_back({fd, static_cast<short>(isWriting ? POLLIN | POLLOUT : POLLIN), 0});
+    anyAwaitsEcho = anyAwaitsEcho || awaitsEcho;
   }
   polledClients_ = clients_.size();
   for (const auto& [id, session] : state_.sessions) {
@@ -89,6 +98,7 @@ void RuntimeServer::buildPollSet() {
         {session->fd(), static_cast<short>(session->hasPendingInput() ? POLLIN | POLLOUT : POLLIN), 0});
     polledSessions_.push_back(id);
   }
+  return anyAwaitsEcho;
 }
 
 void RuntimeServer::acceptClients() {
@@ -166,6 +176,9 @@ void RuntimeServer::processFrames(RuntimeClient& client) {
     client.lastAction = request->action;
     const TerminalRuntimeResponse response = dispatch_.perform(*request);
     const Uptime now = state_.clock.uptime();
+    client.awaitsEcho = client.outgoing.empty() && request->action == TerminalRuntimeAction::input &&
+                        response.ok && client.subscription &&
+                        client.subscription->sessionID == request->sessionID;
     client.enqueue(response, now);
     if (response.ok && request->action == TerminalRuntimeAction::subscribe) {
       client.subscription = subscriptionFrom(*request, response, now);
@@ -186,7 +199,8 @@ void RuntimeServer::publishSubscriptions() {
 void RuntimeServer::sendFreshOutput() {
   const Uptime now = state_.clock.uptime();
   for (const auto& [fd, client] : clients_) {
-    if (!client->outgoing.empty() && !client->isDisconnected()) client->send(now);
+    if (client->outgoing.empty() || client->awaitsEcho || client->isDisconnected()) continue;
+    client->send(now);
   }
 }
 

@@ -35,7 +35,7 @@ class RuntimeServer {
  private:
   bool beginsRound();
   void reapRetired();
-  void buildPollSet();
+  bool buildPollSet();
   void acceptClients();
   int readsOfEachTerminal() const;
   void serveDescriptors();

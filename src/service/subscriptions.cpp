@@ -82,6 +82,7 @@ void publishSubscription(RuntimeClient& client, const RuntimeServiceState& state
     return client.disconnect("subscription_failed");
   }
   push.session = session->info();
+  client.awaitsEcho = false;
   client.enqueue(push, now);
   noteSent(subscription, push, now);
 }

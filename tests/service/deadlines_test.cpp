@@ -63,6 +63,22 @@ TEST_F(Deadlines, ASubscriberHearsSomethingEveryFifteenSeconds) {
   EXPECT_FALSE(client.take()) << "one heartbeat, not one a turn";
 }
 
+TEST_F(Deadlines, AnAnswerWaitsOneTurnForItsEchoWhereTheEchoIsFollowed) {
+  auto session = create("stty raw -echo; printf ready; exec sleep 30");
+  service.turnUntil([&] { return ask(service.make(Action::read, session)).latestOffset == 5U; });
+  SteppedClient follower(service);
+  SteppedClient other(service);
+  ASSERT_TRUE(follower.request(service.make(Action::subscribe, session)).ok);
+  for (SteppedClient* client : {&follower, &other}) {
+    client->send(service.typed(session, "x"));
+    service.turn();
+    EXPECT_EQ(client->take().has_value(), client == &other);
+    service.turn();
+    EXPECT_EQ(client->take().has_value(), client == &follower);
+    ++session.nextInputSequence;
+  }
+}
+
 TEST_F(Deadlines, AClientThatTakesNothingIsCutOffAndASubscriberLater) {
   const auto session = create("head -c 1000000 /dev/zero; cat");
   service.turnUntil([&] { return ask(service.make(Action::read, session)).latestOffset == 1000000U; });
