@@ -1,6 +1,7 @@
 #include "client/session_link.h"
 
 #include <algorithm>
+#include <utility>
 
 #include "client/trouble.h"
 
@@ -187,8 +188,10 @@ void SessionLink::watchForEnd(const TerminalRuntimeResponse& response) {
   if (!response.session || response.session->running || !cursor_) return;
   if (cursor_->offset < response.session->outputOffset) return;
   if (!overSince_) overSince_ = now_;
-  // The service names a foreground process for as long as the terminal is open and may give more.
-  if (!response.foregroundPID || now_ - *overSince_ > lastOutputDeadline)
+  // The terminal of a program that has ended may hold more for a few turns of the service, with or without a
+  // process in its foreground. Only a second look at the same place tells that it does not.
+  const bool isSecondLook = std::exchange(overAt_, cursor_->offset) == cursor_->offset;
+  if ((isSecondLook && !response.foregroundPID) || now_ - *overSince_ > lastOutputDeadline)
     end(SessionEnding::Kind::exited);
   else
     inquireAt_ = now_ + inquiryPause;

@@ -111,6 +111,7 @@ class SessionLink {
   // Since when the program is over and all its output taken, though its terminal is open still; and the
   // question whether more came.
   std::optional<Uptime> overSince_;
+  std::optional<std::uint64_t> overAt_;
   std::optional<Uptime> inquireAt_;
   Uuid inquiry_;
 };
