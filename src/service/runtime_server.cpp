@@ -157,7 +157,9 @@ void RuntimeServer::serveSession(RuntimeSession& session, short events, int read
     if ((events & (POLLIN | POLLERR | POLLHUP)) != 0) session.readOutput(reads);
     if ((events & POLLOUT) != 0) session.flushInput();
   } catch (const std::exception&) {
-    // The terminal is unusable; the record stays, and its child's end is seen by later refreshes.
+    // The terminal is unusable, but for what it still holds; the record stays, and its child's end is seen by
+    // later refreshes.
+    session.drainOutput(RuntimeSession::lastReads);
     session.close();
   }
 }

@@ -8,7 +8,6 @@
 #include <map>
 
 #include "base/fatal.h"
-#include "base/system_log.h"
 #include "protocol/runtime_failure.h"
 #include "terminal/launch.h"
 #include "terminal/pseudo_terminal.h"
@@ -98,11 +97,7 @@ void RuntimeSession::noticeExit() {
 }
 
 void RuntimeSession::childExited(std::int32_t status) {
-  try {
-    readOutput();
-  } catch (const Failure<TerminalRuntimeOutputError>& failure) {
-    systemLog(std::string("Velotide runtime final output drain failed: ") + failure.what());
-  }
+  drainOutput(maximumReads);
   noteExit(status);
   endAgent(TerminalAgentMonitor::Closing::no);
   events_.publish(id_, TerminalSessionEventKind::processExited, clock_.date(),

@@ -78,6 +78,10 @@ class RuntimeSession {
   static constexpr int maximumReads = 4;
   // Moves what the terminal holds into the journal, at most this many chunks. Throws what the journal throws.
   void readOutput(int reads = maximumReads);
+  // More than a terminal holds.
+  static constexpr int lastReads = 64;
+  // The same before the session is let go: what it would throw goes to the system log.
+  void drainOutput(int reads);
 
   // Applies one change to the agent monitor and announces what came of it. Throws what the change throws.
   template <typename Change>

@@ -6,6 +6,7 @@
 #include <utility>
 
 #include "base/fatal.h"
+#include "base/system_log.h"
 #include "terminal/runtime_session.h"
 
 namespace velotide {
@@ -32,6 +33,14 @@ void RuntimeSession::readOutput(int reads) {
         if (!running()) finishCommand();
         return;
     }
+  }
+}
+
+void RuntimeSession::drainOutput(int reads) {
+  try {
+    readOutput(reads);
+  } catch (const Failure<TerminalRuntimeOutputError>& failure) {
+    systemLog(std::string("Velotide runtime final output drain failed: ") + failure.what());
   }
 }
 

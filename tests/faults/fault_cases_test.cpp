@@ -1,6 +1,8 @@
 #include <errno.h>
 #include <signal.h>
 
+#include <thread>
+
 #include "faults/faulty_service.h"
 #include "protocol/runtime_failure.h"
 
@@ -207,6 +209,18 @@ TEST_F(Faults, AChildThatCannotBeReapedIsKilledAndHoldsNothingButTheEnd) {
   EXPECT_LT(busyTurns(), 5U);
   faults::schedule({});
   service.turnUntil([&] { return !service.isRunning(); });
+}
+
+TEST_F(Faults, OutputIsKeptWhoseTerminalTakesNoMoreInput) {
+  const TemporaryDirectory directory;
+  const std::string sign = directory.path() + "/printed";
+  const auto session =
+      createSession("stty raw -echo; head -c 12000 /dev/zero; : >" + sign + "; exec sleep 60");
+  while (!std::filesystem::exists(sign)) std::this_thread::yield();
+  faults::schedule({{Call::write, EAGAIN, 1, 1}, {Call::write, EIO, 2}});
+  EXPECT_TRUE(client.ask(service.typed(session, "x")).ok);
+  service.turnUntil([&] { return !look(session).running; });
+  EXPECT_EQ(look(session).outputOffset, 12000U);
 }
 
 TEST_F(Faults, InputThatAProgramDoesNotReadDoesNotKeepTheLoopBusy) {
