@@ -14,6 +14,8 @@ namespace {
 constexpr std::uint64_t journalCapacity = 1024 * 1024;
 constexpr std::uint64_t page = 4096;
 constexpr int readingsAtRest = 5;
+// The service gives free memory back every two seconds.
+constexpr std::chrono::milliseconds settlingTime{2200};
 
 std::size_t descriptorsWithOneClient(const ServiceProcess& service, SteadyClient& client) {
   client.require("list");
@@ -47,6 +49,7 @@ Vitals::Reading Vitals::read() {
 
 // Children go on writing: of a few readings the smallest is the one with the least on its way.
 Vitals::Reading Vitals::readAtRest() {
+  pause(settlingTime);
   const auto deadline = attendedNow() + soakPatience;
   Reading reading = read();
   while (reading.descriptors != ownDescriptors_ + reading.sessions) {

@@ -39,7 +39,7 @@ void terminalRuntimeMain(int count, char** arguments) {
   arrangeSignals();
   ::umask(ownerOnly);
   ::setsid();
-  platform::giveBackFreedMemory();
+  platform::keepLargeAllocationsApart();
   const SystemClock clock;
   RuntimeServer server(arguments[2], clock);
   server.run();

@@ -52,6 +52,10 @@ void keepFromChildren(void* region, std::size_t size);
 
 // From here on large allocations go back to the system when they are freed. Without this some allocators keep
 // what a burst once needed for as long as the process lives. Best effort; before the first allocations.
+void keepLargeAllocationsApart();
+
+// Gives back what was freed between small allocations that live on. Takes tenths of a
+// millisecond when there is a MiB of it.
 void giveBackFreedMemory();
 
 // Path of the running executable; empty when the system does not tell.

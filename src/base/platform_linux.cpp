@@ -71,7 +71,9 @@ void keepFromChildren(void* region, std::size_t size) {
 
 // Setting the threshold also keeps it: by itself it rises to the largest block that was ever freed, and how
 // much free memory is kept at the end of the heap rises with it.
-void giveBackFreedMemory() { mallopt(M_MMAP_THRESHOLD, 128 * 1024); }
+void keepLargeAllocationsApart() { mallopt(M_MMAP_THRESHOLD, 128 * 1024); }
+
+void giveBackFreedMemory() { malloc_trim(0); }
 
 std::string executablePath() {
   char path[PATH_MAX];

@@ -2,6 +2,7 @@
 #include <libproc.h>
 #include <mach-o/dyld.h>
 #include <mach/vm_inherit.h>
+#include <malloc/malloc.h>
 #include <sys/mman.h>
 #include <sys/proc_info.h>
 #include <sys/random.h>
@@ -69,7 +70,9 @@ void closeDescriptorsFrom(int first, int kept) {
 void keepFromChildren(void* region, std::size_t size) { minherit(region, size, VM_INHERIT_NONE); }
 
 // The system's allocator does so by itself.
-void giveBackFreedMemory() {}
+void keepLargeAllocationsApart() {}
+
+void giveBackFreedMemory() { malloc_zone_pressure_relief(nullptr, 0); }
 
 std::string executablePath() {
   char path[PATH_MAX];

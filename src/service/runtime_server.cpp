@@ -7,6 +7,7 @@
 #include <span>
 #include <utility>
 
+#include "base/platform.h"
 #include "protocol/limits.h"
 #include "protocol/runtime_failure.h"
 #include "protocol/transport_frame.h"
@@ -23,6 +24,9 @@ constexpr int framesPerCall = 8;
 constexpr int echoMilliseconds = 1;
 constexpr Seconds refusalPause = 0.1;
 constexpr Seconds roundLength = 0.002;
+// Records that live for hours lie between buffers that lived for a moment. Giving back more often would only
+// take the same pages again.
+constexpr Seconds memoryInterval = 2;
 // Whoever asked within this span may be typing.
 constexpr Seconds conversationPause = 0.01;
 
@@ -42,6 +46,7 @@ bool RuntimeServer::turn(int milliseconds) {
     for (const auto& [id, session] : state_.sessions) session->noticeExit();
     reapRetired();
     state_.tools.process(state_.clock.date());
+    giveBackMemory();
   }
   const bool awaitsEcho = buildPollSet();
   const int patience = awaitsEcho ? std::min(milliseconds, echoMilliseconds) : milliseconds;
@@ -66,6 +71,12 @@ bool RuntimeServer::beginsRound() {
   if (!wasIdle_ && now - roundBegan_ < roundLength) return false;
   roundBegan_ = now;
   return true;
+}
+
+void RuntimeServer::giveBackMemory() {
+  if (roundBegan_ - gaveBackAt_ < memoryInterval) return;
+  platform::giveBackFreedMemory();
+  gaveBackAt_ = roundBegan_;
 }
 
 void RuntimeServer::reapRetired() {

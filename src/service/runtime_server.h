@@ -35,6 +35,7 @@ class RuntimeServer {
  private:
   bool beginsRound();
   void reapRetired();
+  void giveBackMemory();
   bool buildPollSet();
   void acceptClients();
   int readsOfEachTerminal() const;
@@ -62,6 +63,7 @@ class RuntimeServer {
   // Nothing was ready in the last turn.
   bool wasIdle_ = true;
   Uptime roundBegan_;
+  Uptime gaveBackAt_;
   // When a client last sent something.
   Uptime requestedAt_;
   // While the system gives no connections the listener stays readable; it is left alone until then.
