@@ -20,8 +20,9 @@ namespace {
 
 constexpr int acceptsPerTurn = 8;
 constexpr int framesPerCall = 8;
-// For an answer that waits for its echo.
+// For an answer that waits for its echo, and how long none is waited for alone after one that did not come.
 constexpr int echoMilliseconds = 1;
+constexpr Seconds missedEchoPause = 0.1;
 constexpr Seconds refusalPause = 0.1;
 constexpr Seconds roundLength = 0.002;
 // Records that live for hours lie between buffers that lived for a moment. Giving back more often would only
@@ -48,10 +49,11 @@ bool RuntimeServer::turn(int milliseconds) {
     state_.tools.process(state_.clock.date());
     giveBackMemory();
   }
-  const bool awaitsEcho = buildPollSet();
-  const int patience = awaitsEcho ? std::min(milliseconds, echoMilliseconds) : milliseconds;
+  buildPollSet();
+  const int patience = echoing_.empty() ? milliseconds : std::min(milliseconds, echoMilliseconds);
   const int ready = ::poll(pollSet_.data(), static_cast<nfds_t>(pollSet_.size()), patience);
   wasIdle_ = ready == 0;
+  if (wasIdle_ && !echoing_.empty()) echoAfter_ = state_.clock.uptime() + missedEchoPause;
   if (ready < 0) {
     if (errno == EINTR) return true;
     throw Failure(RuntimeFailure::unavailable);
@@ -89,27 +91,36 @@ void RuntimeServer::reapRetired() {
   });
 }
 
-// Answers whether a client's answer waits for its echo.
-bool RuntimeServer::buildPollSet() {
+void RuntimeServer::buildPollSet() {
   pollSet_.clear();
-  polledSessions_.clear();
   const bool accepting = acceptAfter_ <= state_.clock.uptime();
   pollSet_.push_back({state_.socket.fd(), static_cast<short>(accepting ? POLLIN : 0), 0});
-  bool anyAwaitsEcho = false;
+  pollClients();
+  pollSessions();
+}
+
+void RuntimeServer::pollClients() {
+  echoing_.clear();
   for (const auto& [fd, client] : clients_) {
-    const bool awaitsEcho = std::exchange(client->awaitsEcho, false);
+    const bool awaitsEcho = std::exchange(client->awaitsEcho, false) && client->subscription;
     const bool isWriting = !client->outgoing.empty() && !awaitsEcho;
     pollSet_.push_back({fd, static_cast<short>(isWriting ? POLLIN | POLLOUT : POLLIN), 0});
-    anyAwaitsEcho = anyAwaitsEcho || awaitsEcho;
+    if (awaitsEcho) echoing_.push_back(client->subscription->sessionID);
   }
   polledClients_ = clients_.size();
+}
+
+// Terminals that print without end would keep this process, and with it a processor, from the program that is
+// about to echo: they wait for the echo, too, unless the last one was waited for in vain.
+void RuntimeServer::pollSessions() {
+  const bool echoesOnly = !echoing_.empty() && echoAfter_ <= state_.clock.uptime();
+  polledSessions_.clear();
   for (const auto& [id, session] : state_.sessions) {
-    if (session->fd() < 0) continue;
+    if (session->fd() < 0 || (echoesOnly && std::ranges::find(echoing_, id) == echoing_.end())) continue;
     pollSet_.push_back(
         {session->fd(), static_cast<short>(session->hasPendingInput() ? POLLIN | POLLOUT : POLLIN), 0});
     polledSessions_.push_back(id);
   }
-  return anyAwaitsEcho;
 }
 
 void RuntimeServer::acceptClients() {

@@ -36,7 +36,9 @@ class RuntimeServer {
   bool beginsRound();
   void reapRetired();
   void giveBackMemory();
-  bool buildPollSet();
+  void buildPollSet();
+  void pollClients();
+  void pollSessions();
   void acceptClients();
   int readsOfEachTerminal() const;
   void serveDescriptors();
@@ -59,6 +61,9 @@ class RuntimeServer {
   std::size_t polledClients_ = 0;
   // Whose terminals these are; looked up again before they are served.
   std::vector<Uuid> polledSessions_;
+  // Sessions whose echo an answer waits for in this turn.
+  std::vector<Uuid> echoing_;
+  Uptime echoAfter_;
   std::vector<int> expiring_;
   // Nothing was ready in the last turn.
   bool wasIdle_ = true;

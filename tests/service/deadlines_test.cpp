@@ -1,6 +1,8 @@
 #include <gtest/gtest.h>
 #include <signal.h>
 
+#include <thread>
+
 #include "support/stepped_service.h"
 
 namespace velotide {
@@ -77,6 +79,31 @@ TEST_F(Deadlines, AnAnswerWaitsOneTurnForItsEchoWhereTheEchoIsFollowed) {
     EXPECT_EQ(client->take().has_value(), client == &follower);
     ++session.nextInputSequence;
   }
+}
+
+TEST_F(Deadlines, OtherTerminalsWaitForAnEchoButNotAfterOneThatDidNotCome) {
+  auto silent = create("stty raw -echo; printf ready; exec sleep 30");
+  service.turnUntil([&] { return ask(service.make(Action::read, silent)).latestOffset == 5U; });
+  SteppedClient typist(service);
+  SteppedClient watcher(service);
+  ASSERT_TRUE(typist.request(service.make(Action::subscribe, silent)).ok);
+  ASSERT_TRUE(watcher.request(service.make(Action::subscribe, create("exec yes"))).ok);
+  watcher.next();
+  // Whether the other terminal was read in the turn after the one that took the input.
+  const auto goesOn = [&] {
+    typist.send(service.typed(silent, "x"));
+    ++silent.nextInputSequence;
+    service.turn();
+    while (watcher.take()) {
+    }
+    std::this_thread::sleep_for(std::chrono::milliseconds(10));  // until it is full again
+    service.turn();
+    return watcher.take().has_value();
+  };
+  EXPECT_FALSE(goesOn());
+  EXPECT_TRUE(goesOn());
+  clock.advance(0.2);
+  EXPECT_FALSE(goesOn());
 }
 
 TEST_F(Deadlines, AClientThatTakesNothingIsCutOffAndASubscriberLater) {
