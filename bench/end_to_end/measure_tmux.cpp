@@ -5,11 +5,11 @@
 #include <charconv>
 #include <memory>
 
+#include "end_to_end/draining.h"
 #include "end_to_end/echoing.h"
 #include "end_to_end/measures.h"
 #include "end_to_end/platform.h"
 #include "end_to_end/printing.h"
-#include "end_to_end/service_process.h"
 #include "end_to_end/stream.h"
 #include "end_to_end/waiting.h"
 
@@ -76,35 +76,14 @@ std::string trailerOn(const TmuxSession& session) {
   return end.find_first_not_of("0123456789abcdef") == std::string::npos ? end : std::string();
 }
 
-struct Printing {
-  double mebibytesPerSecond = 0;
-  double processorSecondsPerGibibyte = 0;
-};
-
-Printing printingOf(std::uint64_t bytes, double seconds, double processorSeconds) {
-  const double mebibytes = static_cast<double>(bytes) / static_cast<double>(mebibyte);
-  return {mebibytes / seconds, processorSeconds * 1024 / mebibytes};
-}
-
-Printing printInTmux(const Options& options, std::uint64_t bytes) {
+Cost printInTmux(const Options& options, std::uint64_t bytes) {
   const TmuxSession session(printingChild(options, bytes));
   const pid_t server = session.server();
   const double before = processorSeconds(server);
   session.ask("send-keys " + std::string(startByte));
   std::string trailer;
   while ((trailer = trailerOn(session)).empty()) pause(std::chrono::milliseconds(100));
-  return printingOf(bytes, printingSeconds(trailer), processorSeconds(server) - before);
-}
-
-Printing printInService(const Options& options, const ServiceProcess& service, std::uint64_t bytes) {
-  PrintingSession session(options, service, bytes);
-  const double before = processorSeconds(service.id());
-  session.start();
-  session.awaitTaken();
-  const double used = processorSeconds(service.id()) - before;
-  const Printing printing = printingOf(bytes, session.checkRetained(), used);
-  session.close();
-  return printing;
+  return costOf(bytes, printingSeconds(trailer), processorSeconds(server) - before);
 }
 
 // A letter that also ends an escape sequence may be taken for its echo a moment early, to tmux's advantage.
@@ -119,24 +98,27 @@ Latency echoInTmux(const Options& options) {
 
 }  // namespace
 
-// The floor here is no floor: it is the multiplexer that most machines have.
+// The floor here is no floor: it is the multiplexer that most machines have. What the bare drain reaches
+// beside it tells how much of the distance any service can make.
 void measureBesideTmux(const Options& options, Report& report) {
   if (!outcomeOf("tmux -V 2>/dev/null").succeeded) return report.note("tmux is not installed");
   const std::uint64_t bytes = std::max<std::uint64_t>(options.mebibytes / 2, 1) * mebibyte;
   const ServiceProcess service(options.runtime);
-  Pairs throughput;
-  Pairs processor;
+  CostPairs hosted;
+  CostPairs drained;
   LatencyPairs echo;
   for (int round = 0; round < options.rounds; ++round) {
-    const Printing floor = printInTmux(options, bytes);
-    const Printing hosted = printInService(options, service, bytes);
-    throughput.add(hosted.mebibytesPerSecond, floor.mebibytesPerSecond);
-    processor.add(hosted.processorSecondsPerGibibyte, floor.processorSecondsPerGibibyte);
+    const Cost floor = printInTmux(options, bytes);
+    hosted.add(drainService(options, service, bytes), floor);
+    drained.add(drainFloor(options, bytes), floor);
     const Latency other = echoInTmux(options);
     echo.add(attachedClient(options, service), other);
   }
-  report.add("output, no subscriber (floor: tmux)", "MiB/s", throughput, {Target::Kind::ratioAtLeast, 3});
-  report.add("output, processor (floor: tmux)", "s/GiB", processor, {Target::Kind::ratioAtMost, 0.2});
+  report.add("output, no subscriber (floor: tmux)", "MiB/s", hosted.throughput,
+             {Target::Kind::ratioAtLeast, 3});
+  report.add("output, processor (floor: tmux)", "s/GiB", hosted.processor, {Target::Kind::ratioAtMost, 0.2});
+  report.add("bare drain (floor: tmux)", "MiB/s", drained.throughput, {});
+  report.add("bare drain, processor (floor: tmux)", "s/GiB", drained.processor, {});
   report.add("echo, attached client (floor: tmux)", "us", echo.median, {Target::Kind::ratioAtMost, 1});
 }
 
