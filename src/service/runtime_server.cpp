@@ -110,17 +110,21 @@ void RuntimeServer::pollClients() {
   polledClients_ = clients_.size();
 }
 
-// Terminals that print without end would keep this process, and with it a processor, from the program that is
-// about to echo: they wait for the echo, too, unless the last one was waited for in vain.
 void RuntimeServer::pollSessions() {
-  const bool echoesOnly = !echoing_.empty() && echoAfter_ <= state_.clock.uptime();
   polledSessions_.clear();
   for (const auto& [id, session] : state_.sessions) {
-    if (session->fd() < 0 || (echoesOnly && std::ranges::find(echoing_, id) == echoing_.end())) continue;
+    if (session->fd() < 0 || isHeldBack(id)) continue;
     pollSet_.push_back(
         {session->fd(), static_cast<short>(session->hasPendingInput() ? POLLIN | POLLOUT : POLLIN), 0});
     polledSessions_.push_back(id);
   }
+}
+
+// Terminals that print without end would keep this process, and with it a processor, from the program that is
+// about to echo: they wait for the echo, too, unless the last one was waited for in vain.
+bool RuntimeServer::isHeldBack(const Uuid& session) const {
+  return !echoing_.empty() && echoAfter_ <= state_.clock.uptime() &&
+         std::ranges::find(echoing_, session) == echoing_.end();
 }
 
 void RuntimeServer::acceptClients() {
@@ -146,6 +150,7 @@ int RuntimeServer::readsOfEachTerminal() const {
 }
 
 void RuntimeServer::serveDescriptors() {
+  echoing_.clear();
   // Clients are removed by the expiry pass alone, so the polled ones are still there.
   for (std::size_t index = 1; index <= polledClients_; ++index) {
     const pollfd& entry = pollSet_[index];
@@ -154,7 +159,7 @@ void RuntimeServer::serveDescriptors() {
   const int reads = readsOfEachTerminal();
   for (std::size_t index = 0; index < polledSessions_.size(); ++index) {
     const pollfd& entry = pollSet_[1 + polledClients_ + index];
-    if (entry.revents == 0) continue;
+    if (entry.revents == 0 || isHeldBack(polledSessions_[index])) continue;
     // A request served above may have closed the session or put another one in its place.
     RuntimeSession* session = state_.find(polledSessions_[index]);
     if (session != nullptr && session->fd() == entry.fd) serveSession(*session, entry.revents, reads);
@@ -203,6 +208,7 @@ void RuntimeServer::processFrames(RuntimeClient& client) {
     client.awaitsEcho = client.outgoing.empty() && request->action == TerminalRuntimeAction::input &&
                         response.ok && client.subscription &&
                         client.subscription->sessionID == request->sessionID;
+    if (client.awaitsEcho) echoing_.push_back(*request->sessionID);
     client.enqueue(response, now);
     if (response.ok && request->action == TerminalRuntimeAction::subscribe) {
       client.subscription = subscriptionFrom(*request, response, now);

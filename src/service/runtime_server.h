@@ -39,6 +39,7 @@ class RuntimeServer {
   void buildPollSet();
   void pollClients();
   void pollSessions();
+  bool isHeldBack(const Uuid& session) const;
   void acceptClients();
   int readsOfEachTerminal() const;
   void serveDescriptors();
@@ -61,7 +62,7 @@ class RuntimeServer {
   std::size_t polledClients_ = 0;
   // Whose terminals these are; looked up again before they are served.
   std::vector<Uuid> polledSessions_;
-  // Sessions whose echo an answer waits for in this turn.
+  // Sessions whose echo an answer waits for.
   std::vector<Uuid> echoing_;
   Uptime echoAfter_;
   std::vector<int> expiring_;
