@@ -3,8 +3,6 @@
 #include <errno.h>
 #include <sys/mman.h>
 
-#include <utility>
-
 #include "base/failure.h"
 #include "base/platform.h"
 
@@ -17,15 +15,6 @@ ZeroedRegion::ZeroedRegion(std::size_t size) {
   bytes_ = {static_cast<std::uint8_t*>(memory), size};
 }
 
-ZeroedRegion::ZeroedRegion(ZeroedRegion&& other) noexcept : bytes_(std::exchange(other.bytes_, {})) {}
-
-ZeroedRegion& ZeroedRegion::operator=(ZeroedRegion&& other) noexcept {
-  std::swap(bytes_, other.bytes_);
-  return *this;
-}
-
-ZeroedRegion::~ZeroedRegion() {
-  if (!bytes_.empty()) munmap(bytes_.data(), bytes_.size());
-}
+ZeroedRegion::~ZeroedRegion() { munmap(bytes_.data(), bytes_.size()); }
 
 }  // namespace velotide

@@ -12,8 +12,8 @@ class ZeroedRegion {
  public:
   // Throws SystemFailure when there is no memory.
   explicit ZeroedRegion(std::size_t size);
-  ZeroedRegion(ZeroedRegion&& other) noexcept;
-  ZeroedRegion& operator=(ZeroedRegion&& other) noexcept;
+  ZeroedRegion(const ZeroedRegion&) = delete;
+  ZeroedRegion& operator=(const ZeroedRegion&) = delete;
   ~ZeroedRegion();
 
   std::span<std::uint8_t> bytes() const { return bytes_; }

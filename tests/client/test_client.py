@@ -177,6 +177,17 @@ class Running(ClientCase):
                 self.assertEqual(data, self.call("run", "--", "cat", given=data))
         self.assertEqual(b"4242\n", self.call("run", "sh", "-c", "dd bs=1 2>/dev/null | wc -c", given=b"z" * 4242))
 
+    def test_an_interrupt_reaches_the_program_and_a_hang_up_ends_both(self):
+        for sent, status, printed in ((signal.SIGINT, 9, b"heard\n"), (signal.SIGHUP, 129, b"")):
+            run = subprocess.Popen([VELOTIDE, "run", "sh", "-c", "trap 'echo heard; exit 9' INT; echo ready; read x"],
+                                   env=self.environment, stdin=subprocess.PIPE, stdout=subprocess.PIPE)
+            self.assertEqual(b"ready\n", run.stdout.readline())
+            run.send_signal(sent)
+            self.assertEqual((status, printed), (run.wait(20), run.stdout.read()))
+            wait_until(lambda: b"running" not in self.call("ls"), "the end of the program")
+            run.stdin.close()
+            run.stdout.close()
+
     def test_a_slow_reader_loses_nothing(self):
         run = subprocess.Popen([VELOTIDE, "run", "--", "seq", "2000000"], env=self.environment,
                                stdin=subprocess.DEVNULL, stdout=subprocess.PIPE, bufsize=0)
@@ -226,10 +237,30 @@ class Listing(ClientCase):
         self.call("show", "", status=1)
         self.call("show", "xyz", status=1)
         self.assertIn(b"velotide ls", self.errors)
+        self.assertRegex(self.call("status"), rb"sessions: +2, 0 of them running\n")
+        self.assertRegex(self.call("events"), rb"processExited")
         self.call("close", "--exited")
         self.assertEqual(b"[]\n", self.call("ls", "--json"))
         self.call("stop")
         self.assertFalse(json.loads(self.call("status", "--json", status=3))["isRunning"])
+
+
+class Completing(ClientCase):
+    def test_shells_complete_verbs_options_and_sessions(self):
+        session = self.new("cat")
+        self.environment["PATH"] = os.path.dirname(VELOTIDE) + ":" + self.environment["PATH"]
+        for shell in ("bash", "zsh", "fish"):
+            with open(f"{self.directory}/{shell}", "wb") as script:
+                script.write(self.call("completion", shell))
+            subprocess.run([shell, "-n", script.name], check=True)
+        bash = f". {self.directory}/bash; COMP_WORDS=(velotide %s); COMP_CWORD=%d; _velotide; echo ${{COMPREPLY[*]}}"
+        fish = f"source {self.directory}/fish; complete -C 'velotide %s'"
+        for words, found in (("att", "attach attention"), ("ls --j", "--json"), ("show " + session[:3], session)):
+            for shell, line in (("bash", bash % (words, words.count(" ") + 1)), ("fish", fish % words)):
+                with self.subTest(shell=shell, words=words):
+                    shown = subprocess.check_output([shell, "-c", line], env=self.environment).decode()
+                    for word in found.split():
+                        self.assertIn(word, shown)
 
 
 class Failing(ClientCase):

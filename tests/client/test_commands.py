@@ -67,6 +67,8 @@ class ShellsTest(CommandsCase):
                     told = self.type(session, typed, number)
                     self.assertEqual((told["state"], told["exitCode"]), ("failed" if code else "succeeded", code))
                     self.assertLessEqual(told["startedAt"], told["endedAt"])
+                    self.assertRegex(self.call("commands", session), rb"%b .*s  %b +%d\n$" % (
+                        told["id"][:8].encode(), told["state"].encode(), code))
                     self.assertEqual(self.call("output", session, told["id"][:8].lower()), printed)
                     self.assertEqual(self.call("output", session, "last"), printed)
 

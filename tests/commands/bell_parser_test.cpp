@@ -63,7 +63,7 @@ TEST(BellParser, TellsBellsAndVisibleTextFromControlSequences) {
               {"still open", "\x1b]0;text", 0, ""}};
   for (const auto& row : rows) {
     const Result whole{row.bells, row.visible};
-    for (const std::size_t chunkSize : {1000, 33, 3, 1}) {
+    for (const std::size_t chunkSize : {1000U, 33U, 3U, 1U}) {
       EXPECT_EQ(parse(row.text, chunkSize), whole) << row.name << " in chunks of " << chunkSize;
     }
   }
