@@ -139,8 +139,8 @@ class WantedWait {
 // One wait of the person's, made of as many of the service's as it takes.
 class Waiting {
  public:
-  Waiting(Service& service, TerminalWaitSpec spec, std::optional<Seconds> timeout)
-      : mailbox_(service.root()), spec_(std::move(spec)), begin_(now()), timeout_(timeout) {}
+  Waiting(Service& service, const TerminalWaitSpec& spec, std::optional<Seconds> timeout)
+      : mailbox_(service.root()), spec_(spec), begin_(now()), timeout_(timeout) {}
 
   // Absent when a signal came first.
   std::optional<TerminalWaitResult> run() {
@@ -152,7 +152,7 @@ class Waiting {
           return missed;
         }
       }
-      const std::optional<TerminalWaitResult> result = await(id);
+      std::optional<TerminalWaitResult> result = await(id);
       if (!result || result->outcome != TerminalWaitOutcome::timeout || left() <= 0) return result;
       spec_.after = result->cursor;
     }
