@@ -20,6 +20,8 @@ namespace {
 
 constexpr int acceptsPerTurn = 8;
 constexpr int framesPerCall = 8;
+// With more the program that prints and the one that is told take turns instead of going on side by side.
+constexpr int readsWhenAlone = 2;
 // For an answer that waits for its echo, and how long none is waited for alone after one that did not come.
 constexpr int echoMilliseconds = 1;
 constexpr Seconds missedEchoPause = 0.1;
@@ -146,7 +148,7 @@ int RuntimeServer::readsOfEachTerminal() const {
   const auto terminals = std::span(pollSet_).subspan(1 + polledClients_);
   const bool isAlone = std::ranges::count_if(terminals, isReady) <= 1;
   const bool isConversing = state_.clock.uptime() - requestedAt_ <= conversationPause;
-  return isAlone && !isConversing ? RuntimeSession::maximumReads : 1;
+  return isAlone && !isConversing ? readsWhenAlone : 1;
 }
 
 void RuntimeServer::serveDescriptors() {
