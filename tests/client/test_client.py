@@ -303,6 +303,7 @@ class Failing(ClientCase):
         self.call("ls", status=1)
         self.assertIn(b"chmod 700", self.errors)
         os.chmod(self.root, 0o700)
+        os.chmod(self.root + "/ui-capability", 0o600)
 
 
 if __name__ == "__main__":
