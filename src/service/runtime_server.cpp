@@ -25,6 +25,8 @@ constexpr int readsWhenAlone = 2;
 // For an answer that waits for its echo, and how long none is waited for alone after one that did not come.
 constexpr int echoMilliseconds = 1;
 constexpr Seconds missedEchoPause = 0.1;
+// Since nobody was held back: whoever types without a pause must not keep the others from being read.
+constexpr Seconds longestHold = 0.0005;
 constexpr Seconds refusalPause = 0.1;
 constexpr Seconds roundLength = 0.002;
 // Records that live for hours lie between buffers that lived for a moment. Giving back more often would only
@@ -62,6 +64,7 @@ bool RuntimeServer::turn(int milliseconds) {
   }
   if ((pollSet_.front().revents & POLLIN) != 0) acceptClients();
   serveDescriptors();
+  if (!std::exchange(holdsBack_, false)) heldNoneAt_ = state_.clock.uptime();
   publishSubscriptions();
   sendFreshOutput();
   expireClients();
@@ -124,9 +127,12 @@ void RuntimeServer::pollSessions() {
 
 // Terminals that print without end would keep this process, and with it a processor, from the program that is
 // about to echo: they wait for the echo, too, unless the last one was waited for in vain.
-bool RuntimeServer::isHeldBack(const Uuid& session) const {
-  return !echoing_.empty() && echoAfter_ <= state_.clock.uptime() &&
-         std::ranges::find(echoing_, session) == echoing_.end();
+bool RuntimeServer::isHeldBack(const Uuid& session) {
+  if (echoing_.empty() || std::ranges::find(echoing_, session) != echoing_.end()) return false;
+  const Uptime now = state_.clock.uptime();
+  if (now < echoAfter_ || now - heldNoneAt_ > longestHold) return false;
+  holdsBack_ = true;
+  return true;
 }
 
 void RuntimeServer::acceptClients() {

@@ -39,7 +39,7 @@ class RuntimeServer {
   void buildPollSet();
   void pollClients();
   void pollSessions();
-  bool isHeldBack(const Uuid& session) const;
+  bool isHeldBack(const Uuid& session);
   void acceptClients();
   int readsOfEachTerminal() const;
   void serveDescriptors();
@@ -65,6 +65,9 @@ class RuntimeServer {
   // Sessions whose echo an answer waits for.
   std::vector<Uuid> echoing_;
   Uptime echoAfter_;
+  // Whether a terminal was held back in this turn, and when the last turn without one was.
+  bool holdsBack_ = false;
+  Uptime heldNoneAt_;
   std::vector<int> expiring_;
   // Nothing was ready in the last turn.
   bool wasIdle_ = true;

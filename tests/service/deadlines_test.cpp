@@ -106,6 +106,26 @@ TEST_F(Deadlines, OtherTerminalsWaitForAnEchoButNotAfterOneThatDidNotCome) {
   EXPECT_FALSE(goesOn());
 }
 
+TEST_F(Deadlines, AStreamOfInputKeepsNoOtherTerminalWaiting) {
+  auto typed = create("exec yes");
+  SteppedClient typist(service);
+  SteppedClient watcher(service);
+  ASSERT_TRUE(typist.request(service.make(Action::subscribe, typed)).ok);
+  ASSERT_TRUE(watcher.request(service.make(Action::subscribe, create("exec yes"))).ok);
+  int pushes = 0;
+  for (int count = 0; count < 40; ++count) {
+    typist.send(service.typed(typed, "x"));
+    ++typed.nextInputSequence;
+    std::this_thread::sleep_for(std::chrono::milliseconds(1));  // until both are full again
+    clock.advance(0.0001);
+    service.turn();
+    while (typist.take()) {
+    }
+    while (watcher.take()) ++pushes;
+  }
+  EXPECT_GE(pushes, 5);
+}
+
 TEST_F(Deadlines, AClientThatTakesNothingIsCutOffAndASubscriberLater) {
   const auto session = create("head -c 1000000 /dev/zero; cat");
   service.turnUntil([&] { return ask(service.make(Action::read, session)).latestOffset == 1000000U; });
