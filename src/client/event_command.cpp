@@ -1,6 +1,7 @@
 #include <algorithm>
 
 #include "client/agent_text.h"
+#include "client/cell_text.h"
 #include "client/commands.h"
 #include "client/event_stream.h"
 #include "client/printing.h"
@@ -22,10 +23,10 @@ std::string detailOf(const TerminalSessionEvent& event) {
 
 void printEvent(const TerminalSessionEvent& event, bool asJson) {
   if (asJson) return printJson(event);
-  std::string kind(rawWord(event.kind));
-  kind.resize(std::max<std::size_t>(kind.size(), 16), ' ');
-  print(localTime(event.occurredAt) + "  " + std::to_string(event.cursor.sequence) + "  " +
-        shortName(event.tabID) + "  " + kind + "  " + detailOf(event) + "\n");
+  const std::string number = std::to_string(event.cursor.sequence);
+  print(localTime(event.occurredAt) + "  " + alignRight(number, std::max<std::size_t>(number.size(), 6)) +
+        "  " + shortName(event.tabID) + "  " + alignLeft(rawWord(event.kind), 17) + "  " + detailOf(event) +
+        "\n");
 }
 
 std::optional<TerminalEventCursor> beginning(const std::string& text) {
