@@ -19,6 +19,12 @@ class Deadlines : public testing::Test {
   TerminalRuntimeSessionInfo create(const std::string& script) {
     return ask(service.creation(script)).session.value();
   }
+  // Of a program that echoes nothing.
+  TerminalRuntimeSessionInfo createSilent() {
+    const auto session = create("stty raw -echo; printf ready; exec sleep 30");
+    service.turnUntil([&] { return ask(service.make(Action::read, session)).latestOffset == 5U; });
+    return session;
+  }
   std::vector<TerminalRuntimeDisconnectDiagnostic> disconnects() {
     return ask(service.make(Action::diagnostics)).disconnects.value();
   }
@@ -66,8 +72,7 @@ TEST_F(Deadlines, ASubscriberHearsSomethingEveryFifteenSeconds) {
 }
 
 TEST_F(Deadlines, AnAnswerWaitsOneTurnForItsEchoWhereTheEchoIsFollowed) {
-  auto session = create("stty raw -echo; printf ready; exec sleep 30");
-  service.turnUntil([&] { return ask(service.make(Action::read, session)).latestOffset == 5U; });
+  auto session = createSilent();
   SteppedClient follower(service);
   SteppedClient other(service);
   ASSERT_TRUE(follower.request(service.make(Action::subscribe, session)).ok);
@@ -82,8 +87,7 @@ TEST_F(Deadlines, AnAnswerWaitsOneTurnForItsEchoWhereTheEchoIsFollowed) {
 }
 
 TEST_F(Deadlines, OtherTerminalsWaitForAnEchoButNotAfterOneThatDidNotCome) {
-  auto silent = create("stty raw -echo; printf ready; exec sleep 30");
-  service.turnUntil([&] { return ask(service.make(Action::read, silent)).latestOffset == 5U; });
+  auto silent = createSilent();
   SteppedClient typist(service);
   SteppedClient watcher(service);
   ASSERT_TRUE(typist.request(service.make(Action::subscribe, silent)).ok);
