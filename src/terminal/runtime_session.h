@@ -75,9 +75,10 @@ class RuntimeSession {
   // Hangs up and lets go of the terminal. The child may still be running afterwards; whoever closes the
   // session reaps it.
   void close();
+  // At the child's end; later turns read what is left.
   static constexpr int maximumReads = 4;
   // Moves what the terminal holds into the journal, at most this many chunks. Throws what the journal throws.
-  void readOutput(int reads = maximumReads);
+  void readOutput(int reads);
   // More than a terminal holds.
   static constexpr int lastReads = 64;
   // The same before the session is let go: what it would throw goes to the system log.

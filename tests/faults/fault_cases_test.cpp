@@ -216,7 +216,9 @@ TEST_F(Faults, OutputIsKeptWhoseTerminalTakesNoMoreInput) {
   const std::string sign = directory.path() + "/printed";
   const auto session =
       createSession("stty raw -echo; head -c 12000 /dev/zero; : >" + sign + "; exec sleep 60");
-  while (!std::filesystem::exists(sign)) std::this_thread::yield();
+  const auto deadline = std::chrono::steady_clock::now() + std::chrono::seconds(20);
+  while (!std::filesystem::exists(sign) && std::chrono::steady_clock::now() < deadline)
+    std::this_thread::yield();
   faults::schedule({{Call::write, EAGAIN, 1, 1}, {Call::write, EIO, 2}});
   EXPECT_TRUE(client.ask(service.typed(session, "x")).ok);
   service.turnUntil([&] { return !look(session).running; });
