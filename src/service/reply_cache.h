@@ -1,5 +1,6 @@
 #pragma once
 
+#include <cstdint>
 #include <deque>
 #include <unordered_map>
 
@@ -21,8 +22,11 @@ class ReplyCache {
   void store(const TerminalRuntimeResponse& response);
 
  private:
-  std::unordered_map<Uuid, TerminalRuntimeResponse> replies_;
-  std::deque<Uuid> order_;
+  // Apart from the answers, so that a search stays within a few memory lines.
+  std::unordered_map<Uuid, std::uint32_t> places_;
+  std::deque<TerminalRuntimeResponse> replies_;
+  // Of the oldest answer, which the next one replaces in its own memory once the cache is full.
+  std::uint32_t oldest_ = 0;
 };
 
 }  // namespace velotide

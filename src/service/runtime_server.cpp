@@ -20,8 +20,12 @@ namespace {
 
 constexpr int acceptsPerTurn = 8;
 constexpr int framesPerCall = 8;
-// With more the program that prints and the one that is told take turns instead of going on side by side.
-constexpr int readsWhenAlone = 2;
+// Of a terminal that prints alone: while one part is taken, the system already fills in behind it, where a
+// read of everything would have the two wait for each other.
+constexpr OutputReading aloneReading{8192, 640};
+constexpr OutputReading sharedReading{4096, 4096};
+// Whoever asks waits for no more than this.
+constexpr OutputReading conversationReading{1024, 1024};
 // For an answer that waits for its echo, and how long none is waited for alone after one that did not come.
 constexpr int echoMilliseconds = 1;
 constexpr Seconds missedEchoPause = 0.1;
@@ -147,14 +151,12 @@ void RuntimeServer::acceptClients() {
   }
 }
 
-// A terminal that prints without end would make every turn long. While anybody else may want a short one, it
-// gets a single read a turn.
-int RuntimeServer::readsOfEachTerminal() const {
+// A terminal that prints without end would make every turn long.
+OutputReading RuntimeServer::readingOfEachTerminal() const {
+  if (state_.clock.uptime() - requestedAt_ <= conversationPause) return conversationReading;
   const auto isReady = [](const pollfd& entry) { return entry.revents != 0; };
   const auto terminals = std::span(pollSet_).subspan(1 + polledClients_);
-  const bool isAlone = std::ranges::count_if(terminals, isReady) <= 1;
-  const bool isConversing = state_.clock.uptime() - requestedAt_ <= conversationPause;
-  return isAlone && !isConversing ? readsWhenAlone : 1;
+  return std::ranges::count_if(terminals, isReady) <= 1 ? aloneReading : sharedReading;
 }
 
 void RuntimeServer::serveDescriptors() {
@@ -164,13 +166,13 @@ void RuntimeServer::serveDescriptors() {
     const pollfd& entry = pollSet_[index];
     if (entry.revents != 0) serveClient(*clients_.at(entry.fd), entry.revents);
   }
-  const int reads = readsOfEachTerminal();
+  const OutputReading reading = readingOfEachTerminal();
   for (std::size_t index = 0; index < polledSessions_.size(); ++index) {
     const pollfd& entry = pollSet_[1 + polledClients_ + index];
     if (entry.revents == 0 || isHeldBack(polledSessions_[index])) continue;
     // A request served above may have closed the session or put another one in its place.
     RuntimeSession* session = state_.find(polledSessions_[index]);
-    if (session != nullptr && session->fd() == entry.fd) serveSession(*session, entry.revents, reads);
+    if (session != nullptr && session->fd() == entry.fd) serveSession(*session, entry.revents, reading);
   }
 }
 
@@ -187,14 +189,14 @@ void RuntimeServer::serveClient(RuntimeClient& client, short events) {
   if ((events & POLLOUT) != 0) client.send(state_.clock.uptime());
 }
 
-void RuntimeServer::serveSession(RuntimeSession& session, short events, int reads) {
+void RuntimeServer::serveSession(RuntimeSession& session, short events, OutputReading reading) {
   try {
-    if ((events & (POLLIN | POLLERR | POLLHUP)) != 0) session.readOutput(reads);
+    if ((events & (POLLIN | POLLERR | POLLHUP)) != 0) session.readOutput(reading);
     if ((events & POLLOUT) != 0) session.flushInput();
   } catch (const std::exception&) {
     // The terminal is unusable, but for what it still holds; the record stays, and its child's end is seen by
     // later refreshes.
-    session.drainOutput(RuntimeSession::lastReads);
+    session.drainOutput(RuntimeSession::lastOutput);
     session.close();
   }
 }

@@ -41,10 +41,10 @@ class RuntimeServer {
   void pollSessions();
   bool isHeldBack(const Uuid& session);
   void acceptClients();
-  int readsOfEachTerminal() const;
+  OutputReading readingOfEachTerminal() const;
   void serveDescriptors();
   void serveClient(RuntimeClient& client, short events);
-  void serveSession(RuntimeSession& session, short events, int reads);
+  void serveSession(RuntimeSession& session, short events, OutputReading reading);
   void processFrames(RuntimeClient& client);
   void publishSubscriptions();
   void sendFreshOutput();

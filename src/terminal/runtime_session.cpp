@@ -97,7 +97,7 @@ void RuntimeSession::noticeExit() {
 }
 
 void RuntimeSession::childExited(std::int32_t status) {
-  drainOutput(maximumReads);
+  drainOutput(endOutput);
   noteExit(status);
   endAgent(TerminalAgentMonitor::Closing::no);
   events_.publish(id_, TerminalSessionEventKind::processExited, clock_.date(),

@@ -22,6 +22,12 @@
 
 namespace velotide {
 
+// How many bytes of a terminal's output to take at most, and how many with each read.
+struct OutputReading {
+  std::size_t bytes;
+  std::size_t atOnce;
+};
+
 // One hosted terminal: a child on a pseudo-terminal, the journal of what it printed, and the rules by which
 // several parties may type into it. The loop drives it: `refresh` every turn, `readOutput` when the terminal
 // is readable, `flushInput` when it takes bytes and input is pending. It owns its terminal and child, follows
@@ -75,14 +81,14 @@ class RuntimeSession {
   // Hangs up and lets go of the terminal. The child may still be running afterwards; whoever closes the
   // session reaps it.
   void close();
-  // At the child's end; later turns read what is left.
-  static constexpr int maximumReads = 4;
-  // Moves what the terminal holds into the journal, at most this many chunks. Throws what the journal throws.
-  void readOutput(int reads);
+  // At the child's end, in bytes; later turns read what is left.
+  static constexpr std::size_t endOutput = 65536;
+  // Moves what the terminal holds into the journal. Throws what the journal throws.
+  void readOutput(OutputReading reading);
   // More than a terminal holds.
-  static constexpr int lastReads = 64;
+  static constexpr std::size_t lastOutput = 1048576;
   // The same before the session is let go: what it would throw goes to the system log.
-  void drainOutput(int reads);
+  void drainOutput(std::size_t bytes);
 
   // Applies one change to the agent monitor and announces what came of it. Throws what the change throws.
   template <typename Change>
@@ -111,7 +117,7 @@ class RuntimeSession {
  private:
   enum class ReadOutcome { output, nothingNow, end };
 
-  ReadOutcome readChunk();
+  ReadOutcome readChunk(std::size_t room, std::size_t atOnce);
   void acceptOutput(ByteView chunk);
   void acceptBells(ByteView chunk, Date now);
   void finishCommand();

@@ -2,6 +2,7 @@
 #include <errno.h>
 #include <unistd.h>
 
+#include <algorithm>
 #include <array>
 #include <utility>
 
@@ -17,10 +18,12 @@ constexpr std::size_t chunkBytes = 16384;
 
 }  // namespace
 
-void RuntimeSession::readOutput(int reads) {
+void RuntimeSession::readOutput(OutputReading reading) {
   if (!terminal_.isOpen()) return;
-  for (int count = 0; count < reads; ++count) {
-    switch (readChunk()) {
+  while (reading.bytes > 0) {
+    const std::size_t room = std::min(reading.bytes, chunkBytes);
+    reading.bytes -= room;
+    switch (readChunk(room, reading.atOnce)) {
       case ReadOutcome::output:
         break;
       case ReadOutcome::nothingNow:
@@ -36,22 +39,32 @@ void RuntimeSession::readOutput(int reads) {
   }
 }
 
-void RuntimeSession::drainOutput(int reads) {
+void RuntimeSession::drainOutput(std::size_t bytes) {
   try {
-    readOutput(reads);
+    readOutput({bytes, chunkBytes});
   } catch (const Failure<TerminalRuntimeOutputError>& failure) {
     systemLog(std::string("Velotide runtime final output drain failed: ") + failure.what());
   }
 }
 
-RuntimeSession::ReadOutcome RuntimeSession::readChunk() {
+RuntimeSession::ReadOutcome RuntimeSession::readChunk(std::size_t room, std::size_t atOnce) {
   std::array<std::uint8_t, chunkBytes> buffer;
-  const ssize_t count = ::read(terminal_.get(), buffer.data(), buffer.size());
-  if (count < 0 && (errno == EAGAIN || errno == EINTR)) return ReadOutcome::nothingNow;
-  // A terminal whose other side is gone ends with an error on some systems and with an empty read on others.
-  if (count <= 0) return ReadOutcome::end;
-  acceptOutput(ByteView(buffer).first(static_cast<std::size_t>(count)));
-  return ReadOutcome::output;
+  std::size_t filled = 0;
+  auto outcome = ReadOutcome::output;
+  while (outcome == ReadOutcome::output && filled + atOnce <= room) {
+    const ssize_t count = ::read(terminal_.get(), buffer.data() + filled, atOnce);
+    if (count > 0) {
+      filled += static_cast<std::size_t>(count);
+    } else if (count < 0 && (errno == EAGAIN || errno == EINTR)) {
+      outcome = ReadOutcome::nothingNow;
+    } else {
+      // A terminal whose other side is gone ends with an error on some systems and with an empty read on
+      // others.
+      outcome = ReadOutcome::end;
+    }
+  }
+  if (filled > 0) acceptOutput(ByteView(buffer).first(filled));
+  return outcome;
 }
 
 void RuntimeSession::acceptOutput(ByteView chunk) {
