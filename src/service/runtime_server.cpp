@@ -23,6 +23,8 @@ constexpr int framesPerCall = 8;
 // Of a terminal that prints alone: while one part is taken, the system already fills in behind it, where a
 // read of everything would have the two wait for each other.
 constexpr OutputReading aloneReading{8192, 640};
+// The more a turn has to poll, the more it must take to be worth it.
+constexpr std::size_t bytesPerDescriptor = 1024;
 constexpr OutputReading sharedReading{4096, 4096};
 // Whoever asks waits for no more than this.
 constexpr OutputReading conversationReading{1024, 1024};
@@ -156,7 +158,8 @@ OutputReading RuntimeServer::readingOfEachTerminal() const {
   if (state_.clock.uptime() - requestedAt_ <= conversationPause) return conversationReading;
   const auto isReady = [](const pollfd& entry) { return entry.revents != 0; };
   const auto terminals = std::span(pollSet_).subspan(1 + polledClients_);
-  return std::ranges::count_if(terminals, isReady) <= 1 ? aloneReading : sharedReading;
+  if (std::ranges::count_if(terminals, isReady) > 1) return sharedReading;
+  return {aloneReading.bytes + bytesPerDescriptor * pollSet_.size(), aloneReading.atOnce};
 }
 
 void RuntimeServer::serveDescriptors() {
