@@ -84,7 +84,8 @@ void ServiceWitness::checkBounds() {
     require(!client->isDisconnected());
   }
   const ReplyCache& replies = server_.dispatch_.replies_;
-  require(replies.replies_.size() <= ReplyCache::capacity && replies.replies_.size() == replies.places_.size());
+  require(replies.replies_.size() <= ReplyCache::capacity &&
+          replies.replies_.size() == replies.places_.size());
   require(state.disconnects.size() <= RuntimeServiceState::maximumDisconnects);
   require(state.sessions.size() + state.retired.size() <= Limits::maximumSessions);
 
