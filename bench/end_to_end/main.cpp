@@ -152,8 +152,8 @@ int run(const std::vector<std::string>& arguments) {
     std::cout << help;
     return 0;
   }
-  if (arguments.size() == 3 && arguments[1] == "--print") {
-    return printStream(numberFrom<std::uint64_t>(arguments[2], 0));
+  if (arguments.size() == 4 && arguments[1] == "--print") {
+    return printStream(numberFrom<std::uint64_t>(arguments[2], 0), printedTextNamed(arguments[3]));
   }
   if (arguments.size() == 2 && arguments[1] == "--echo") return echoInput();
   Options options = optionsFrom(arguments);

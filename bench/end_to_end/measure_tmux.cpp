@@ -96,30 +96,44 @@ Latency echoInTmux(const Options& options) {
   return timeDescriptor(client.master.get());
 }
 
+void measureOutputBesideTmux(const Options& options, const std::string& name, Report& report) {
+  // Whole periods, so that no sequence is cut off in front of the trailer.
+  const std::uint64_t bytes = (options.mebibytes * mebibyte / 2 / printedPeriod + 1) * printedPeriod;
+  const ServiceProcess service(options.runtime);
+  CostPairs hosted;
+  CostPairs drained;
+  for (int round = 0; round < options.rounds; ++round) {
+    const Cost floor = printInTmux(options, bytes);
+    hosted.add(drainService(options, service, bytes), floor);
+    drained.add(drainFloor(options, bytes), floor);
+  }
+  report.add(name + " (floor: tmux)", "MiB/s", hosted.throughput, {Target::Kind::ratioAtLeast, 3});
+  report.add(name + ", processor (floor: tmux)", "s/GiB", hosted.processor, {Target::Kind::ratioAtMost, 0.2});
+  report.add(name + ", bare drain (floor: tmux)", "MiB/s", drained.throughput, {});
+  report.add(name + ", bare drain, processor (floor: tmux)", "s/GiB", drained.processor, {});
+}
+
+void measureEchoBesideTmux(const Options& options, Report& report) {
+  const ServiceProcess service(options.runtime);
+  LatencyPairs echo;
+  for (int round = 0; round < options.rounds; ++round) {
+    const Latency other = echoInTmux(options);
+    echo.add(attachedClient(options, service), other);
+  }
+  report.add("echo, attached client (floor: tmux)", "us", echo.median, {Target::Kind::ratioAtMost, 1});
+}
+
 }  // namespace
 
 // The floor here is no floor: it is the multiplexer that most machines have. What the bare drain reaches
 // beside it tells how much of the distance any service can make.
 void measureBesideTmux(const Options& options, Report& report) {
   if (!outcomeOf("tmux -V 2>/dev/null").succeeded) return report.note("tmux is not installed");
-  const std::uint64_t bytes = std::max<std::uint64_t>(options.mebibytes / 2, 1) * mebibyte;
-  const ServiceProcess service(options.runtime);
-  CostPairs hosted;
-  CostPairs drained;
-  LatencyPairs echo;
-  for (int round = 0; round < options.rounds; ++round) {
-    const Cost floor = printInTmux(options, bytes);
-    hosted.add(drainService(options, service, bytes), floor);
-    drained.add(drainFloor(options, bytes), floor);
-    const Latency other = echoInTmux(options);
-    echo.add(attachedClient(options, service), other);
-  }
-  report.add("output, no subscriber (floor: tmux)", "MiB/s", hosted.throughput,
-             {Target::Kind::ratioAtLeast, 3});
-  report.add("output, processor (floor: tmux)", "s/GiB", hosted.processor, {Target::Kind::ratioAtMost, 0.2});
-  report.add("bare drain (floor: tmux)", "MiB/s", drained.throughput, {});
-  report.add("bare drain, processor (floor: tmux)", "s/GiB", drained.processor, {});
-  report.add("echo, attached client (floor: tmux)", "us", echo.median, {Target::Kind::ratioAtMost, 1});
+  Options printing = options;
+  measureOutputBesideTmux(printing, "plain lines", report);
+  printing.text = PrintedText::screens;
+  measureOutputBesideTmux(printing, "an agent's screen", report);
+  measureEchoBesideTmux(options, report);
 }
 
 }  // namespace velotide::bench

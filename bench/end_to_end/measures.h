@@ -3,6 +3,7 @@
 #include <cstdint>
 #include <string>
 
+#include "end_to_end/printed_text.h"
 #include "end_to_end/report.h"
 
 namespace velotide::bench {
@@ -13,6 +14,7 @@ struct Options {
   std::string client = "build/bin/velotide";
   std::string only;
   std::string jsonFile;
+  PrintedText text = PrintedText::lines;
   int rounds = 5;
   std::uint64_t mebibytes = 64;
   std::uint64_t memoryMebibytes = 256;

@@ -15,7 +15,7 @@ constexpr std::chrono::milliseconds askingPeriod{50};
 }  // namespace
 
 std::vector<std::string> printingChild(const Options& options, std::uint64_t textBytes) {
-  return {options.program, "--print", std::to_string(textBytes)};
+  return {options.program, "--print", std::to_string(textBytes), std::string(nameOf(options.text))};
 }
 
 std::vector<std::string> echoingChild(const Options& options) { return {options.program, "--echo"}; }
@@ -25,6 +25,7 @@ PrintingSession::PrintingSession(const Options& options, const ServiceProcess& s
     : service_(service),
       client_(service.connect()),
       textBytes_(textBytes),
+      text_(options.text),
       session_(createSession(client_, printingChild(options, textBytes))) {
   while (takenBytes() < readyMark.size()) pause(std::chrono::milliseconds(2));
 }
@@ -46,7 +47,7 @@ void PrintingSession::awaitTaken() {
 }
 
 double PrintingSession::checkRetained() {
-  StreamReceiver receiver(textBytes_, StreamReceiver::Check::decoded);
+  StreamReceiver receiver(textBytes_, StreamReceiver::Check::decoded, text_);
   std::string scratch;
   while (!receiver.complete()) {
     const std::string response =

@@ -31,6 +31,7 @@ class PrintingSession {
   const ServiceProcess& service_;
   WireClient client_;
   std::uint64_t textBytes_;
+  PrintedText text_;
   HostedSession session_;
 };
 

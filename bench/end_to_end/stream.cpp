@@ -14,37 +14,6 @@
 namespace velotide::bench {
 namespace {
 
-constexpr std::size_t lineBytes = 64;
-// Divisible by three, so that its base64 text repeats as it does.
-constexpr std::size_t period = 1536 * lineBytes;
-constexpr std::size_t largestBatch = 65536;
-
-std::string makeText() {
-  std::string text;
-  for (std::size_t line = 0; text.size() < period + largestBatch + 3; ++line) {
-    std::string row =
-        "line " + std::to_string(line % (period / lineBytes) + 10000) + " of what a child prints";
-    row.resize(lineBytes - 1, '.');
-    text += row + "\n";
-  }
-  return text;
-}
-
-// The text from `offset` on, wherever that is in the endless repetition.
-std::string_view textAt(std::uint64_t offset, std::size_t count) {
-  static const std::string text = makeText();
-  return std::string_view(text).substr(offset % period, count);
-}
-
-// The base64 text of the endless text from `offset` on.
-std::string_view encodedTextAt(std::uint64_t offset, std::size_t length) {
-  static const std::array<std::string, 3> phases{encodeBase64(textAt(0, period + largestBatch)),
-                                                 encodeBase64(textAt(1, period + largestBatch)),
-                                                 encodeBase64(textAt(2, period + largestBatch))};
-  const std::size_t begin = offset % period;
-  return std::string_view(phases[begin % 3]).substr(begin / 3 * 4, length);
-}
-
 std::string clockStamp() {
   std::array<char, 16> digits{};
   const auto nanoseconds = static_cast<std::uint64_t>(Clock::now().time_since_epoch().count());
@@ -62,15 +31,15 @@ void makeTerminalRaw() {
   if (::tcsetattr(STDIN_FILENO, TCSANOW, &attributes) != 0) failWithErrno("terminal attributes");
 }
 
-int printStream(std::uint64_t textBytes) {
+int printStream(std::uint64_t textBytes, PrintedText text) {
   makeTerminalRaw();
   writeAll(STDOUT_FILENO, readyMark);
   std::array<char, 64> input{};
   if (readSome(STDIN_FILENO, input) == 0) return 1;
   const std::string started = clockStamp();
   for (std::uint64_t offset = 0; offset < textBytes;) {
-    const auto count = std::min<std::uint64_t>(largestBatch, textBytes - offset);
-    writeAll(STDOUT_FILENO, textAt(offset, count));
+    const auto count = std::min<std::uint64_t>(largestPrinted, textBytes - offset);
+    writeAll(STDOUT_FILENO, printedAt(text, offset, count));
     offset += count;
   }
   writeAll(STDOUT_FILENO, started + clockStamp());
@@ -113,7 +82,8 @@ void StreamReceiver::accept(std::string_view base64, std::optional<std::uint64_t
 std::size_t StreamReceiver::acceptEncodedText(std::string_view base64, std::size_t count) {
   if (!ready() || position_ + count > textEnd()) return 0;
   const std::size_t characters = count / 3 * 4;
-  requireSame(base64.substr(0, characters) == encodedTextAt(position_ - readyMark.size(), characters));
+  requireSame(base64.substr(0, characters) ==
+              printedBase64At(text_, position_ - readyMark.size(), characters));
   position_ += count / 3 * 3;
   return characters;
 }
@@ -121,8 +91,8 @@ std::size_t StreamReceiver::acceptEncodedText(std::string_view base64, std::size
 void StreamReceiver::acceptBytes(std::string_view bytes) {
   while (!bytes.empty() && position_ < textEnd()) {
     const std::string_view expected =
-        ready() ? textAt(position_ - readyMark.size(),
-                         std::min<std::uint64_t>(largestBatch, textEnd() - position_))
+        ready() ? printedAt(text_, position_ - readyMark.size(),
+                            std::min<std::uint64_t>(largestPrinted, textEnd() - position_))
                 : readyMark.substr(position_);
     const std::size_t count = std::min(bytes.size(), expected.size());
     requireSame(bytes.substr(0, count) == expected.substr(0, count));

@@ -5,6 +5,8 @@
 #include <string>
 #include <string_view>
 
+#include "end_to_end/printed_text.h"
+
 // What the measured children print, and how the receiving end checks it. The stream of a printing child is
 // the ready mark, then, once a byte of input gave the start, text that is known by its offset, then a trailer
 // with the child's own clock readings at the start and at the end. Being at most a few KiB ahead of its
@@ -23,7 +25,7 @@ constexpr std::uint64_t streamBytes(std::uint64_t textBytes) {
 void makeTerminalRaw();
 
 // Bodies of the children, run on a terminal of their own.
-int printStream(std::uint64_t textBytes);
+int printStream(std::uint64_t textBytes, PrintedText text);
 int echoInput();
 
 // Seconds the child spent printing, from the trailer that ends its stream.
@@ -36,7 +38,8 @@ class StreamReceiver {
   // Comparing text with text costs a fraction of decoding it, and proves the same.
   enum class Check { decoded, encodedText };
 
-  StreamReceiver(std::uint64_t textBytes, Check check) : textBytes_(textBytes), check_(check) {}
+  StreamReceiver(std::uint64_t textBytes, Check check, PrintedText text = PrintedText::lines)
+      : textBytes_(textBytes), check_(check), text_(text) {}
 
   // `end` is the offset just behind the batch; absent where batches follow each other without saying so.
   void accept(std::string_view base64, std::optional<std::uint64_t> end);
@@ -54,6 +57,7 @@ class StreamReceiver {
 
   std::uint64_t textBytes_;
   Check check_;
+  PrintedText text_;
   std::uint64_t position_ = 0;
   std::uint64_t lostBytes_ = 0;
   std::string trailer_;

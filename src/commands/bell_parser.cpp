@@ -74,49 +74,92 @@ constexpr Table table = [] {
   return steps;
 }();
 
+constexpr State next(State state, std::uint8_t byte) {
+  return static_cast<State>(table[to(state)][byte] & stateBits);
+}
+
 constexpr std::size_t blockSize = 32;
 
-// Without a branch, so that the compiler turns it into a few vector instructions.
-bool holdsControl(const std::uint8_t* block) {
+// Whether any byte of a block, with the one that follows it, is such a one. Without a branch and in bytes, so
+// that the compiler turns it into a few vector instructions.
+template <class Predicate>
+bool holdsAny(const std::uint8_t* block, Predicate isSuch) {
   std::uint8_t found = 0;
   for (std::size_t index = 0; index < blockSize; ++index) {
-    found = static_cast<std::uint8_t>(found | static_cast<std::uint8_t>(isControl(block[index])));
+    found = static_cast<std::uint8_t>(found | static_cast<std::uint8_t>(isSuch(block + index)));
   }
   return found != 0;
 }
 
-constexpr bool keptByPlainBytes(State state) {
-  return state == State::ground || state == State::osc || state == State::string;
+bool holdsControl(const std::uint8_t* block) {
+  return holdsAny(block, [](const std::uint8_t* at) { return isControl(*at); });
 }
 
-// Runs the table over the chunk, block by block; a block of plain bytes is taken in one piece. The table is
-// walked without branches, so that no mix of sequences is slow. `visible`, when kept, has room for the chunk.
-template <bool keepsVisible>
-std::uint64_t run(ByteView chunk, State& state, std::uint8_t*& visible) {
-  std::uint64_t bells = 0;
-  const std::uint8_t* at = chunk.data();
-  const std::uint8_t* const end = at + chunk.size();
-  while (at < end) {
-    const std::size_t size = std::min<std::size_t>(blockSize, static_cast<std::size_t>(end - at));
-    if (size == blockSize && keptByPlainBytes(state) && !holdsControl(at)) {
-      if (keepsVisible && state == State::ground) {
-        std::memcpy(visible, at, blockSize);
-        visible += blockSize;
-      }
-      at += blockSize;
-      continue;
-    }
-    Step step = to(state);
-    for (const std::uint8_t* const blockEnd = at + size; at < blockEnd; ++at) {
-      step = table[step & stateBits][*at];
-      bells += (step & ringsBell) / ringsBell;
-      if constexpr (keepsVisible) {
-        *visible = *at;
-        visible += (step & isVisible) / isVisible;
-      }
-    }
-    state = static_cast<State>(step & stateBits);
+bool holdsEscape(const std::uint8_t* block) {
+  return holdsAny(block, [](const std::uint8_t* at) { return *at == escape; });
+}
+
+// Whether a bell may ring in the block or a string begin, which an escape and a byte of 0x50 to 0x5F do.
+// Looks at one byte behind the block, too.
+bool holdsTurn(const std::uint8_t* block) {
+  return holdsAny(block, [](const std::uint8_t* at) {
+    return (at[0] == bell) | ((at[0] == escape) & ((at[1] & 0xF0) == 0x50) & (at[1] != '['));
+  });
+}
+
+constexpr bool isInString(State state) { return state == State::osc || state == State::string; }
+constexpr bool isOutsideStrings(State state) { return state == State::ground || state == State::csi; }
+constexpr bool keptByPlainBytes(State state) { return isInString(state) || state == State::ground; }
+
+// Whether the block rings no bell and neither begins nor ends a string, where it is met in this state.
+bool isQuiet(State state, const std::uint8_t* block) {
+  if (keptByPlainBytes(state) && !holdsControl(block)) return true;
+  return isOutsideStrings(state) && !holdsTurn(block);
+}
+
+// Null when there is none.
+const std::uint8_t* lastEscape(const std::uint8_t* begin, const std::uint8_t* end) {
+  while (static_cast<std::size_t>(end - begin) >= blockSize && !holdsEscape(end - blockSize))
+    end -= blockSize;
+  while (end > begin && end[-1] != escape) --end;
+  return end > begin ? end - 1 : nullptr;
+}
+
+// The state behind quiet bytes: whatever came before, the last escape in them decides.
+State behindQuiet(State state, const std::uint8_t* begin, const std::uint8_t* end) {
+  if (isInString(state)) return state;
+  if (const std::uint8_t* const found = lastEscape(begin, end)) {
+    state = State::escape;
+    begin = found + 1;
   }
+  for (; begin < end && state != State::ground; ++begin) state = next(state, *begin);
+  return state;
+}
+
+// Walks the table without branches, so that no mix of sequences is slow. Answers the bells.
+std::uint64_t walk(State& state, const std::uint8_t* begin, const std::uint8_t* end) {
+  std::uint64_t bells = 0;
+  Step step = to(state);
+  for (; begin < end; ++begin) {
+    step = table[step & stateBits][*begin];
+    bells += (step & ringsBell) / ringsBell;
+  }
+  state = static_cast<State>(step & stateBits);
+  return bells;
+}
+
+// The same, and picks out what is visible; `visible` has room for all of it.
+std::uint64_t walkVisible(State& state, const std::uint8_t* begin, const std::uint8_t* end,
+                          std::uint8_t*& visible) {
+  std::uint64_t bells = 0;
+  Step step = to(state);
+  for (; begin < end; ++begin) {
+    step = table[step & stateBits][*begin];
+    bells += (step & ringsBell) / ringsBell;
+    *visible = *begin;
+    visible += (step & isVisible) / isVisible;
+  }
+  state = static_cast<State>(step & stateBits);
   return bells;
 }
 
@@ -125,15 +168,43 @@ std::uint64_t run(ByteView chunk, State& state, std::uint8_t*& visible) {
 std::uint64_t TerminalBellParser::consume(ByteView chunk, ByteQueue& visible) {
   if (chunk.empty()) return 0;
   std::uint8_t* const begin = visible.reserve(chunk.size()).data();
-  std::uint8_t* end = begin;
-  const std::uint64_t bells = run<true>(chunk, state_, end);
-  visible.commit(static_cast<std::size_t>(end - begin));
+  std::uint8_t* last = begin;
+  std::uint64_t bells = 0;
+  const std::uint8_t* const end = chunk.data() + chunk.size();
+  for (const std::uint8_t* at = chunk.data(); at < end;) {
+    const std::size_t size = std::min<std::size_t>(blockSize, static_cast<std::size_t>(end - at));
+    const bool isPlain = size == blockSize && !holdsControl(at);
+    if (isPlain && state_ == State::ground) {
+      std::memcpy(last, at, blockSize);
+      last += blockSize;
+    } else if (!isPlain || !isInString(state_)) {
+      bells += walkVisible(state_, at, at + size, last);
+    }
+    at += size;
+  }
+  visible.commit(static_cast<std::size_t>(last - begin));
   return bells;
 }
 
 std::uint64_t TerminalBellParser::accept(ByteView chunk) {
-  std::uint8_t* none = nullptr;
-  return run<false>(chunk, state_, none);
+  std::uint64_t bells = 0;
+  const std::uint8_t* at = chunk.data();
+  const std::uint8_t* const end = at + chunk.size();
+  // What lies between here and `at` is quiet, and its state not yet asked for.
+  const std::uint8_t* settled = at;
+  while (at < end) {
+    const auto left = static_cast<std::size_t>(end - at);
+    if (left > blockSize && isQuiet(state_, at)) {
+      at += blockSize;
+      continue;
+    }
+    state_ = behindQuiet(state_, settled, at);
+    const std::size_t size = std::min(blockSize, left);
+    bells += walk(state_, at, at + size);
+    at += size;
+    settled = at;
+  }
+  return bells;
 }
 
 }  // namespace velotide

@@ -22,15 +22,29 @@ struct Terminator {
   std::size_t end = nowhere;
 };
 
-// Escape begins the prefix and occurs nowhere else in it, so a search may go from escape to escape.
+constexpr std::size_t blockSize = 32;
+
+// Whether an escape and a bracket that begins no control sequence follow each other in the block or across
+// its end. Without a branch and in bytes, so that the compiler turns it into a few vector instructions.
+bool mayHoldPrefix(const std::uint8_t* block) {
+  std::uint8_t found = 0;
+  for (std::size_t index = 0; index < blockSize; ++index) {
+    const bool isSuch = (block[index] == escape) & (block[index + 1] == ']');
+    found = static_cast<std::uint8_t>(found | static_cast<std::uint8_t>(isSuch));
+  }
+  return found != 0;
+}
+
+// Escape begins the prefix and occurs nowhere else in it, so a search may go from escape to escape; where
+// they lie close together, most beginning something else, from block to block.
 std::size_t findPrefix(ByteView bytes, std::size_t from) {
   while (bytes.size() - from >= markerPrefix.size()) {
     const void* found = std::memchr(bytes.data() + from, escape, bytes.size() - from);
     if (found == nullptr) return nowhere;
-    auto at = static_cast<std::size_t>(static_cast<const std::uint8_t*>(found) - bytes.data());
-    while (at + 1 < bytes.size() && bytes[at + 1] == escape) ++at;
-    if (textOf(bytes.subspan(at)).starts_with(markerPrefix)) return at;
-    from = at + 1;
+    from = static_cast<std::size_t>(static_cast<const std::uint8_t*>(found) - bytes.data());
+    if (textOf(bytes.subspan(from)).starts_with(markerPrefix)) return from;
+    ++from;
+    while (bytes.size() - from > blockSize && !mayHoldPrefix(bytes.data() + from)) from += blockSize;
   }
   return nowhere;
 }
