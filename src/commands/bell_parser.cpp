@@ -136,28 +136,16 @@ State behindQuiet(State state, const std::uint8_t* begin, const std::uint8_t* en
   return state;
 }
 
-// Walks the table without branches, so that no mix of sequences is slow. Answers the bells.
-std::uint64_t walk(State& state, const std::uint8_t* begin, const std::uint8_t* end) {
+// Walks the table without branches, so that no mix of sequences is slow, and hands each byte to `take` with
+// its step. Answers the bells.
+template <class Take>
+std::uint64_t walk(State& state, ByteView bytes, Take take) {
   std::uint64_t bells = 0;
   Step step = to(state);
-  for (; begin < end; ++begin) {
-    step = table[step & stateBits][*begin];
+  for (const std::uint8_t byte : bytes) {
+    step = table[step & stateBits][byte];
     bells += (step & ringsBell) / ringsBell;
-  }
-  state = static_cast<State>(step & stateBits);
-  return bells;
-}
-
-// The same, and picks out what is visible; `visible` has room for all of it.
-std::uint64_t walkVisible(State& state, const std::uint8_t* begin, const std::uint8_t* end,
-                          std::uint8_t*& visible) {
-  std::uint64_t bells = 0;
-  Step step = to(state);
-  for (; begin < end; ++begin) {
-    step = table[step & stateBits][*begin];
-    bells += (step & ringsBell) / ringsBell;
-    *visible = *begin;
-    visible += (step & isVisible) / isVisible;
+    take(byte, step);
   }
   state = static_cast<State>(step & stateBits);
   return bells;
@@ -178,7 +166,10 @@ std::uint64_t TerminalBellParser::consume(ByteView chunk, ByteQueue& visible) {
       std::memcpy(last, at, blockSize);
       last += blockSize;
     } else if (!isPlain || !isInString(state_)) {
-      bells += walkVisible(state_, at, at + size, last);
+      bells += walk(state_, {at, size}, [&last](std::uint8_t byte, Step step) {
+        *last = byte;
+        last += (step & isVisible) / isVisible;
+      });
     }
     at += size;
   }
@@ -200,7 +191,7 @@ std::uint64_t TerminalBellParser::accept(ByteView chunk) {
     }
     state_ = behindQuiet(state_, settled, at);
     const std::size_t size = std::min(blockSize, left);
-    bells += walk(state_, at, at + size);
+    bells += walk(state_, {at, size}, [](std::uint8_t, Step) {});
     at += size;
     settled = at;
   }
