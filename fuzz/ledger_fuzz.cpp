@@ -3,7 +3,8 @@
 
 using namespace velotide;
 
-// At most one command runs, and it is the last; each change is reported once; all lists are bounded.
+// At most one command runs, and it is the last; each change is reported once; all lists are bounded; and all
+// is the same in one chunk.
 extern "C" int LLVMFuzzerTestOneInput(const std::uint8_t* data, std::size_t size) {
   const CutStream input({data, size});
   TerminalRuntimeCommandLedger ledger;
@@ -28,7 +29,15 @@ extern "C" int LLVMFuzzerTestOneInput(const std::uint8_t* data, std::size_t size
     if (evidence->outputEnd) require(*evidence->outputEnd >= evidence->outputStart);
     require(commands[index].endedAt || index + 1 == commands.size());
   }
-  for (const auto& command : commands) require(ledger.find(command.id) == &command);
+  TerminalRuntimeCommandLedger whole;
+  whole.accept(input.stream, 0, Uuid{}, Date{1});
+  // A long mark counts only when it arrives whole.
+  const bool isShort = size <= TerminalShellIntegrationParser::maximumRetainedBytes;
+  require(!isShort || whole.commands() == commands);
+  for (const auto& command : commands) {
+    require(ledger.find(command.id) == &command);
+    require(!isShort || *whole.evidence(command.id) == *ledger.evidence(command.id));
+  }
   const auto last = ledger.finish(TerminalCommandLifecycleState::completedUnknownStatus, {}, {}, Date{2});
   require(last.has_value() == running);
   return 0;

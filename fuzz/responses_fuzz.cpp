@@ -74,6 +74,24 @@ void receive(const CutStream& input) {
   }
 }
 
+// Bytes leave a queue as they came, however many are taken in between; on average a little less than is
+// added, so that the queue is rarely empty.
+void checkQueue(const std::vector<ByteView>& chunks) {
+  ByteQueue queue;
+  std::string model;
+  for (const ByteView chunk : chunks) {
+    if (chunk.empty()) continue;
+    for (int times = chunk.front() % 16; times >= 0; --times) {
+      queue.append(chunk);
+      model += textOf(chunk);
+    }
+    const std::size_t taken = std::min(chunk.back() * chunk.size() / 18, model.size());
+    queue.consume(taken);
+    model.erase(0, taken);
+    require(queue.text() == model);
+  }
+}
+
 // What agents hand to their hooks, and points in the log as people write them.
 void readPayloads(std::string_view text) {
   for (const auto read : {readClaudeEvent, readCodexEvent}) {
@@ -101,5 +119,6 @@ extern "C" int LLVMFuzzerTestOneInput(const std::uint8_t* data, std::size_t size
   } catch (const Trouble&) {
   }
   readPayloads(textOf(input.stream));
+  checkQueue(input.chunks);
   return 0;
 }

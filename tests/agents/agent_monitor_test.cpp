@@ -27,24 +27,28 @@ class AgentMonitor : public testing::Test {
   void play(std::initializer_list<Step> script) {
     for (const Step& step : script) {
       const TerminalAgentMonitor before = monitor;
-      std::string outcome;
-      try {
-        perform(step.operation, Date{step.at});
-        outcome = monitor == before ? "=" : state();
-        if (instanceOf(monitor) != instanceOf(before)) outcome += " new";
-      } catch (const Failure<TerminalAgentReportError>& failure) {
-        EXPECT_EQ(monitor, before);
-        outcome = rawWord(failure.word);
-      }
+      std::string outcome = refusal([&] { perform(step.operation, Date{step.at}); });
+      if (outcome.empty() && monitor == before) outcome = "=";
+      if (monitor != before) outcome += state();
+      if (instanceOf(monitor) != instanceOf(before)) outcome += " new";
       EXPECT_EQ(outcome, step.outcome) << step.operation << " at " << step.at;
+    }
+  }
+  // The word with which the action is refused, or nothing.
+  static std::string refusal(auto action) {
+    try {
+      action();
+      return "";
+    } catch (const Failure<TerminalAgentReportError>& failure) {
+      return std::string(rawWord(failure.word));
     }
   }
   static Uuid instanceOf(const TerminalAgentMonitor& of) {
     return of.snapshot() ? of.snapshot()->instanceID : Uuid{};
   }
 
-  // bind [RUN] | report ACTIVITY [/BLOCK] [+RESULT] [#SEQUENCE] | observe SOURCE RUN KIND [SCREEN] | end RUN
-  // | lost | expire | exit | close
+  // bind [RUN] | report ACTIVITY [/BLOCK] [+RESULT] [#SEQUENCE] | shell RUN KIND | process RUN KIND [SCREEN]
+  // | end RUN | lost | expire | exit | close
   void perform(const std::string& operation, Date now) {
     std::istringstream words(operation);
     std::string verb, first, word;
@@ -60,12 +64,13 @@ class AgentMonitor : public testing::Test {
         if (word[0] == '#') report.sequence = std::stoull(word.substr(1));
       }
       monitor.report(report, now);
-    } else if (verb == "observe") {
-      std::string kind, screen;
-      words >> word >> kind >> screen;
+    } else if (verb == "shell" || verb == "process") {
+      std::string screen;
+      words >> word >> screen;
       std::optional<std::string_view> text;
       if (!screen.empty()) text = screen == "asks" ? "Do you want to proceed?\n❯ 1. Yes\n2. No" : "";
-      monitor.observe(*fromRawWord<Kind>(kind), runOf(word), *fromRawWord<Source>(first), text, now);
+      const Source source = verb == "shell" ? Source::shellCommand : Source::foregroundProcess;
+      monitor.observe(*fromRawWord<Kind>(word), runOf(first), source, text, now);
     } else if (verb == "end") {
       monitor.endObservedRun(runOf(first), now);
     } else if (verb == "lost") {
@@ -106,16 +111,10 @@ class AgentMonitor : public testing::Test {
   }
   std::string reported(TerminalAgentReport report, auto change) {
     change(report);
-    try {
-      monitor.report(report, Date{});
-      return "ok";
-    } catch (const Failure<TerminalAgentReportError>& failure) {
-      return std::string(rawWord(failure.word));
-    }
+    return refusal([&] { monitor.report(report, Date{}); });
   }
 
-  const Uuid runA = Uuid::random();
-  const Uuid runB = Uuid::random();
+  const Uuid runA = Uuid::random(), runB = Uuid::random();
   TerminalAgentMonitor monitor;
   TerminalAgentGrant grant;
   std::uint64_t sequence = 0;
@@ -129,18 +128,17 @@ TEST_F(AgentMonitor, FollowsAnIntegration) {
         {2, "report blocked /approval #5", "blocked/approval integration high reported 2-122 #5 granted"},
         {3, "report idle +completed #6", "idle+completed integration high reported 3-123 #6 granted"},
         {4, "report blocked /other #7", "blocked/other+completed integration high reported 4-124 #7 granted"},
-        {5, "report working #8", "working integration high reported 5-125 #8 granted"},
-        {6, "report blocked #9", "invalidState"},
-        {6, "report idle /approval #9", "invalidState"},
-        {6, "report blocked /other +failed #9", "invalidState"},
-        {6, "report working +completed #9", "invalidState"},
-        {6, "report blocked #8", "staleSequence"},
-        {6, "report exited +failed #9", "exited+failed integration high reported 6- #9"},
+        {5, "report working #8", "working integration high reported 5-125 #8 granted"}});
+  play({Step{6, "report blocked #9", "invalidState"}, Step{6, "report idle /approval #9", "invalidState"},
+        Step{6, "report blocked /other +failed #9", "invalidState"},
+        Step{6, "report working +completed #9", "invalidState"},
+        Step{6, "report blocked #8", "staleSequence"}});
+  play({{6, "report exited +failed #9", "exited+failed integration high reported 6- #9"},
         {7, "report working #10", "invalidCapability"},
         {8, "exit", "="},
         {9, "close", "exited+failed integration high reported 6- #9 closed"},
         {9, "bind", "unavailable"},
-        {9, "observe shellCommand A codex", "="},
+        {9, "shell A codex", "="},
         {9, "exit", "exited+failed integration high reported 6- #9"},
         {10, "bind A", "unknown integration high bound 10-130 #0 granted A new"},
         {11, "report exited", "exited integration high reported 11- #1 A"},
@@ -159,49 +157,36 @@ TEST_F(AgentMonitor, ForgetsWhatIsNotRenewed) {
 }
 
 TEST_F(AgentMonitor, FollowsAnObservedRun) {
-  play({{0, "expire", "="},
-        {0, "lost", "="},
-        {0, "end A", "="},
-        {0, "exit", "="},
-        {0, "observe shellCommand A codex", "unknown shellCommand medium foregroundDetected 0-15 #0 new"},
-        {0, "observe shellCommand A codex", "="},
-        {1, "observe foregroundProcess A codex asks",
-         "blocked/approval foregroundProcess low screenApproval 1-16 #0"},
+  play({Step{0, "expire", "="}, Step{0, "lost", "="}, Step{0, "end A", "="}, Step{0, "exit", "="}});
+  play({{0, "shell A codex", "unknown shellCommand medium foregroundDetected 0-15 #0 new"},
+        {0, "shell A codex", "="},
+        {1, "process A codex asks", "blocked/approval foregroundProcess low screenApproval 1-16 #0"},
         {2, "lost", "unknown foregroundProcess low foregroundLost 2- #0"},
         {3, "lost", "="},
-        {4, "observe foregroundProcess A codex asks",
-         "blocked/approval foregroundProcess low screenApproval 4-19 #0"},
-        {5, "observe foregroundProcess A codex blank",
-         "unknown foregroundProcess low unrecognizedScreen 5-20 #0"},
+        {4, "process A codex asks", "blocked/approval foregroundProcess low screenApproval 4-19 #0"},
+        {5, "process A codex blank", "unknown foregroundProcess low unrecognizedScreen 5-20 #0"},
         {20, "expire", "unknown foregroundProcess low expired 20- #0"},
         {21, "end B", "="},
         {22, "end A", "exited+unknown foregroundProcess low commandEnded 22- #0"},
-        {23, "observe shellCommand A claude", "="},
-        {24, "observe foregroundProcess B codex",
-         "unknown foregroundProcess medium foregroundDetected 24-39 #0 new"},
+        {23, "shell A claude", "="},
+        {24, "process B codex", "unknown foregroundProcess medium foregroundDetected 24-39 #0 new"},
         {25, "exit", "exited+unknown foregroundProcess medium processExited 25- #0"},
-        {26, "observe foregroundProcess B codex asks", "="},
+        {26, "process B codex asks", "="},
         {26, "lost", "="},
-        {27, "observe foregroundProcess B claude",
-         "unknown foregroundProcess medium foregroundDetected 27-42 #0 new"},
+        {27, "process B claude", "unknown foregroundProcess medium foregroundDetected 27-42 #0 new"},
         {28, "end B", "exited+unknown foregroundProcess medium commandEnded 28- #0"},
-        {29, "observe shellCommand A codex", "unknown shellCommand medium foregroundDetected 29-44 #0 new"}});
+        {29, "shell A codex", "unknown shellCommand medium foregroundDetected 29-44 #0 new"}});
 }
 
 TEST_F(AgentMonitor, IsDisplacedFromABindingOnlyByItsShellCommand) {
   const std::string bound = "unknown integration high bound 0-120 #0 granted";
-  play({{0, "bind", bound + " new"},
-        {1, "observe foregroundProcess A claude", "="},
-        {1, "lost", "="},
-        {1, "end own", "="},
-        {2, "observe shellCommand A codex", bound + " A"},
-        {3, "observe shellCommand A claude", "="},
-        {4, "end A", "exited+unknown integration high commandEnded 4- #0"},
-        {0, "bind A", bound + " A new"},
-        {6, "observe shellCommand B codex", "unknown shellCommand medium foregroundDetected 6-21 #0 new"},
-        {7, "report working", "invalidCapability"},
-        {0, "bind", bound + " new"},
-        {8, "observe shellCommand A claude", "unknown shellCommand medium foregroundDetected 8-23 #0 new"}});
+  play({Step{0, "bind", bound + " new"}, Step{1, "process A claude", "="}, Step{1, "lost", "="},
+        Step{1, "end own", "="}, Step{2, "shell A codex", bound + " A"}, Step{3, "shell A claude", "="},
+        Step{4, "end A", "exited+unknown integration high commandEnded 4- #0"},
+        Step{0, "bind A", bound + " A new"},
+        Step{6, "shell B codex", "unknown shellCommand medium foregroundDetected 6-21 #0 new"},
+        Step{7, "report working", "invalidCapability"}, Step{0, "bind", bound + " new"},
+        Step{8, "shell A claude", "unknown shellCommand medium foregroundDetected 8-23 #0 new"}});
 }
 
 TEST_F(AgentMonitor, RefusesForgedReports) {
@@ -210,47 +195,23 @@ TEST_F(AgentMonitor, RefusesForgedReports) {
   perform("bind", {});
   EXPECT_EQ(grant.token.size(), 72U);
   const TerminalAgentReport good = reportOf(Activity::working);
-  EXPECT_EQ(reported(good, [&](auto& report) { report.instanceID = revoked.instanceID; }),
-            "invalidCapability");
-  EXPECT_EQ(reported(good, [&](auto& report) { report.runID = revoked.runID; }), "invalidCapability");
-  EXPECT_EQ(reported(good, [&](auto& report) { report.token = revoked.token; }), "invalidCapability");
-  EXPECT_EQ(reported(good, [](auto& report) { report.token.pop_back(), report.sequence = 0; }),
-            "invalidCapability");
-  for (const auto& [text, word] : {std::pair{std::string(128, 'a'), "ok"},
-                                   {std::string(129, 'a'), "invalidState"},
-                                   {"aZ09-_:./é任务٣", "ok"},
-                                   {"", "invalidState"},
-                                   {"a b", "invalidState"},
-                                   {std::string(1, '\0'), "invalidState"},
-                                   {"a@", "invalidState"},
-                                   {"😀", "invalidState"}}) {
+  const char* const refused = "invalidCapability";
+  EXPECT_EQ(reported(good, [&](auto& report) { report.instanceID = revoked.instanceID; }), refused);
+  EXPECT_EQ(reported(good, [&](auto& report) { report.runID = revoked.runID; }), refused);
+  EXPECT_EQ(reported(good, [&](auto& report) { report.token = revoked.token; }), refused);
+  EXPECT_EQ(reported(good, [](auto& report) { report.token.pop_back(), report.sequence = 0; }), refused);
+  using Row = std::pair<std::string, const char*>;
+  for (const auto& [text, word] :
+       {Row{std::string(128, 'a'), ""}, Row{std::string(129, 'a'), "invalidState"},
+        Row{"aZ09-_:./é任务٣", ""}, Row{"", "invalidState"}, Row{"a b", "invalidState"},
+        Row{std::string(1, '\0'), "invalidState"}, Row{"a@", "invalidState"}, Row{"😀", "invalidState"}}) {
     const TerminalAgentReportedContext task{runA, text, {}}, gate{runA, {}, text};
     EXPECT_EQ(reported(reportOf(Activity::idle), [&](auto& report) { report.context = task; }), word) << text;
     EXPECT_EQ(reported(reportOf(Activity::idle), [&](auto& report) { report.context = gate; }), word) << text;
   }
   EXPECT_TRUE(monitor.snapshot()->context);
-  EXPECT_EQ(reported(reportOf(Activity::idle), [](auto&) {}), "ok");
+  EXPECT_EQ(reported(reportOf(Activity::idle), [](auto&) {}), "");
   EXPECT_FALSE(monitor.snapshot()->context);
-}
-
-TEST_F(AgentMonitor, CountsChangesApartFromNews) {
-  using Revision = TerminalAgentMonitor::Revision;
-  const std::tuple<Seconds, const char*, Revision> script[] = {{0, "bind", {1, 1}},
-                                                               {1, "report working", {2, 2}},
-                                                               {2, "report working", {3, 2}},
-                                                               {3, "expire", {3, 2}},
-                                                               {122, "expire", {4, 3}}};
-  for (const auto& [at, operation, revision] : script) {
-    perform(operation, Date{at});
-    EXPECT_EQ(monitor.revision(), revision) << operation;
-  }
-  EXPECT_TRUE(TerminalAgentSnapshot::sameEvidence({}, {}));
-  EXPECT_FALSE(TerminalAgentSnapshot::sameEvidence({}, monitor.snapshot()));
-  auto other = monitor.snapshot();
-  other->expiresAt = Date{1};
-  EXPECT_TRUE(TerminalAgentSnapshot::sameEvidence(monitor.snapshot(), other));
-  other->confidence = TerminalAgentConfidence::low;
-  EXPECT_FALSE(TerminalAgentSnapshot::sameEvidence(monitor.snapshot(), other));
 }
 
 }  // namespace

@@ -68,21 +68,17 @@ TEST_F(NativeAgentContext, AuthorizesTheExactTokenAlone) {
   context.prepare(tab, root);
   const std::string token = context.token().value();
   EXPECT_TRUE(context.authorizes(token));
-  EXPECT_FALSE(context.authorizes(std::nullopt));
-  EXPECT_FALSE(context.authorizes(token.substr(0, 71)));
-  EXPECT_FALSE(context.authorizes(token.substr(0, 71) + '!'));
-  EXPECT_FALSE(context.authorizes('!' + token.substr(1)));
+  for (const std::string& other : {token.substr(0, 71), token.substr(0, 71) + '!', '!' + token.substr(1)})
+    EXPECT_FALSE(context.authorizes(other)) << other;
   context.invalidate();
   EXPECT_FALSE(context.authorizes(token));
 }
 
 TEST_F(NativeAgentContext, RefusesADirectoryThatOthersCouldReach) {
   fs::create_directories(directory);
-  for (const auto& [mode, word] : {std::pair{0750U, std::errc::permission_denied},
-                                   {0701U, std::errc::permission_denied},
-                                   {0700U, std::errc{}}}) {
+  for (const unsigned mode : {0750U, 0701U, 0700U}) {
     fs::permissions(directory, fs::perms(mode));
-    EXPECT_EQ(refusal(), word) << mode;
+    EXPECT_EQ(refusal(), mode == 0700 ? std::errc{} : std::errc::permission_denied) << mode;
   }
   context.invalidate();
   fs::rename(directory, top.path() + "/planted");

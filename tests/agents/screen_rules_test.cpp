@@ -3,8 +3,9 @@
 #include <gtest/gtest.h>
 
 #include <string>
+#include <vector>
 
-#include "support/random_text.h"
+#include "support/repeated_text.h"
 
 namespace velotide {
 namespace {
@@ -22,21 +23,18 @@ const std::string prompt = question + "❯ 1. Yes\n2. No\n";
 constexpr std::size_t promptLength = 24 + 9 + 6;
 
 TEST(ScreenRules, FindApprovalPromptsWhereverTheirLinesStand) {
+  using Row = std::pair<std::string, TerminalAgentScreenDetection>;
   for (const auto& [screen, expected] :
-       {std::pair{prompt, approval},
-        {"2. No, tell me\n\n\n \t❯ 1. Yes\u3000\r\n\n  Do you want to proceed?", approval},
-        {"Would you like to run the following command?\n› 1. Yes, proceed (y)\n3. No", approval},
-        {"› 1. 是，继续 (y)\n3. 否，告诉它\n是否继续？", approval},
-        {question + "❯ 1. 是\n2. 否", approval},
-        {question + "❯ 1. Yes", nothing},
-        {"❯ 1. Yes\n2. No", nothing},
-        {question + "1. Yes\n2. No", nothing},
-        {question + "❯ 1. Yes please\n2. No", nothing},
-        {"do you want to proceed?\n❯ 1. Yes\n2. No", nothing},
-        {question + "❯ 1. Yes\n2. No\u0301", nothing},
-        {question + "❯ 1. Yes\n2. N\u00F3", nothing},
-        {"Do you want to proceed?\r\n❯ 1. Yes\r\n2. No\r\n", nothing},
-        {"", nothing}}) {
+       {Row{prompt, approval},
+        Row{"2. No, tell me\n\n\n \t❯ 1. Yes\u3000\r\n\n  Do you want to proceed?", approval},
+        Row{"Would you like to run the following command?\n› 1. Yes, proceed (y)\n3. No", approval},
+        Row{"› 1. 是，继续 (y)\n3. 否，告诉它\n是否继续？", approval},
+        Row{question + "❯ 1. 是\n2. 否", approval}, Row{question + "❯ 1. Yes", nothing},
+        Row{"❯ 1. Yes\n2. No", nothing}, Row{question + "1. Yes\n2. No", nothing},
+        Row{question + "❯ 1. Yes please\n2. No", nothing}, Row{question + "❯ 1. Yes\n2. No\u0301", nothing},
+        Row{"do you want to proceed?\n❯ 1. Yes\n2. No", nothing},
+        Row{question + "❯ 1. Yes\n2. N\u00F3", nothing},
+        Row{"Do you want to proceed?\r\n❯ 1. Yes\r\n2. No\r\n", nothing}, Row{"", nothing}}) {
     EXPECT_EQ(Rules::detect(Kind::claude, screen), expected) << screen;
     EXPECT_EQ(Rules::detect(Kind::codex, screen), expected) << screen;
     EXPECT_EQ(Rules::detect(Kind::tesseral, screen), nothing) << screen;
@@ -52,8 +50,7 @@ TEST(ScreenRules, LookNoFurtherBackThanTheirBounds) {
   // One character more cuts the first off the question, whatever a character is made of.
   const std::size_t room = Rules::maximumCharacters - promptLength;
   const std::string family = "👩\u200D👩\u200D👧\u200D👦";
-  for (const std::string& filler : {std::string("x"), std::string("é"), std::string("e\u0301"), family,
-                                    std::string("\r\n"), std::string("🇩🇪")}) {
+  for (const std::string& filler : std::vector<std::string>{"x", "é", "e\u0301", family, "\r\n", "🇩🇪"}) {
     EXPECT_TRUE(finds(prompt + repeat(filler, room))) << filler;
     EXPECT_FALSE(finds(prompt + repeat(filler, room + 1))) << filler;
   }
@@ -64,13 +61,11 @@ TEST(ScreenRules, LookNoFurtherBackThanTheirBounds) {
 }
 
 TEST(ScreenRules, KnowAgentsByTheLastComponentOfTheirPath) {
-  for (const auto& [path, kind] : {std::pair{"/opt/codex", std::optional(Kind::codex)},
-                                   {"./tesseral//", Kind::tesseral},
-                                   {"/claude/run", std::nullopt},
-                                   {"Claude", std::nullopt},
-                                   {"claude.exe", std::nullopt},
-                                   {"/", std::nullopt},
-                                   {"", std::nullopt}})
+  using Row = std::pair<const char*, std::optional<Kind>>;
+  for (const auto& [path, kind] :
+       {Row{"/opt/codex", Kind::codex}, Row{"./tesseral//", Kind::tesseral}, Row{"/claude/run", std::nullopt},
+        Row{"Claude", std::nullopt}, Row{"claude.exe", std::nullopt}, Row{"/", std::nullopt},
+        Row{"", std::nullopt}})
     EXPECT_EQ(Rules::kind(path), kind) << path;
 }
 

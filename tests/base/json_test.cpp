@@ -73,12 +73,12 @@ TEST(Record, RoundTripsEveryType) {
   value.real = 786000000.123456;
   value.id = Uuid::random();
   value.data = CarriedBytes(Bytes{0, 255, 10, 13});
-  value.leaves = {
-      {Leaf{"tab\t quote\" escape\x1b nul" + std::string(1, '\0') + " \xc3\xa9", Shade::dark}, Leaf{}}};
+  const std::string note = "tab\t quote\" escape\x1b nul" + std::string(1, '\0') + " \xc3\xa9";
+  value.leaves = {{Leaf{note, Shade::dark}, Leaf{}}};
   value.map = {{"B", "2"}, {"A", ""}};
   const std::string text = encoded(value);
-  EXPECT_EQ(text.find('\n'), std::string::npos);
-  EXPECT_EQ(text.find('\x1b'), std::string::npos) << "control characters must be escaped: " << text;
+  EXPECT_EQ(text.find_first_of("\n\x1b"), std::string::npos)
+      << "control characters must be escaped: " << text;
   EXPECT_EQ(decoded<Tree>(text), value) << text;
 }
 
@@ -90,61 +90,37 @@ TEST(Record, WritesPresentFieldsInDeclarationOrder) {
   EXPECT_EQ(encoded(infinite), "<failed>");
 }
 
-struct Strictness {
-  const char* name;
-  std::string text;
-  bool decodes;
-};
-
-class StrictDecoding : public testing::TestWithParam<Strictness> {};
-
-TEST_P(StrictDecoding, AcceptsOrRefuses) {
-  EXPECT_EQ(decoded<Tree>(GetParam().text).has_value(), GetParam().decodes) << GetParam().text;
+TEST(StrictDecoding, AcceptsOrRefuses) {
+  using Texts = std::vector<std::string>;
+  const std::string whole = tree("");
+  EXPECT_TRUE(decoded<Tree>(" \t\r\n" + whole + "\r\n "));
+  for (const std::string& text : Texts{"", "[]", R"({"natural":1})", whole + "x", whole + "{}"})
+    EXPECT_FALSE(decoded<Tree>(text)) << text;
+  for (const std::string& field :
+       Texts{R"("x":{"natural":[1,{"id":3}]},"y":[[],{}])", R"("data":null,"leaves":null)",
+             R"("natural":2.0,"integer":1e3)", R"("natural":18446744073709551615)", R"("integer":0e88)",
+             R"("id":"abcdefab-0000-4000-8000-0123456789ab")", R"("x":"\ud83d\ude00")",
+             R"("flag":false,"flag":true)"})
+    EXPECT_TRUE(decoded<Tree>(tree(field))) << field;
+  for (const std::string& field :
+       Texts{// Types.
+             R"("flag":null)", R"("data":7)", R"("integer":"1")", R"("leaves":[{"shade":"Light"}])",
+             // Numbers that are not whole or out of range, also when only rounding brings them into it.
+             R"("integer":1.5)", R"("natural":-1)", R"("natural":18446744073709551616)",
+             R"("integer":2147483648)", R"("x":0,"natural":18446744073709551615.0)", R"("integer":1e300)",
+             "\"real\":" + std::string(5000, '9'),
+             // Identifiers and bytes.
+             R"("id":"ABCDEFAB")", R"("id":"0000000-00000-0000-0000-000000000000")", R"("data":"AA=A")",
+             R"("data":"AAA ")", R"("data":"AA")",
+             // UTF-8 that is invalid, overlong, cut, beyond the last character or a surrogate.
+             "\"x\":\"\xff\"", "\"x\":\"abcdefghijk\xc0\xaf\"",
+             "\"leaves\":[{\"note\":\"\xc3\",\"shade\":\"light\"}]", "\"x\":\"\xf4\x90\x80\x80\"",
+             "\"x\":\"\xed\xa0\x80\"", R"("x":"\ud83d")", R"("x":"\ude00")",
+             // Raw control characters.
+             "\"x\":\"a long enough text with an \x1b inside it\"", "\"x\":\"a\tb\"",
+             std::string("\"x\":\"a\0b\"", 9)})
+    EXPECT_FALSE(decoded<Tree>(tree(field))) << field;
 }
-
-INSTANTIATE_TEST_SUITE_P(
-    Texts, StrictDecoding,
-    testing::Values(
-        Strictness{"Plain", tree(""), true},
-        Strictness{"WhiteSpaceAround", " \t\r\n" + tree("") + "\r\n ", true},
-        Strictness{"MissingRequired", R"({"natural":1})", false}, Strictness{"NotAnObject", "[]", false},
-        Strictness{"Empty", "", false}, Strictness{"TrailingText", tree("") + "x", false},
-        Strictness{"SecondValue", tree("") + "{}", false},
-        Strictness{"UnknownKeysSkipped", tree(R"("x":{"natural":[1,{"id":3}]},"y":[[],{}])"), true},
-        Strictness{"NullOptional", tree(R"("data":null,"leaves":null)"), true},
-        Strictness{"NullRequired", tree(R"("flag":null)"), false},
-        Strictness{"MistypedOptional", tree(R"("data":7)"), false},
-        Strictness{"WholeWithFraction", tree(R"("natural":2.0,"integer":1e3)"), true},
-        Strictness{"Fraction", tree(R"("integer":1.5)"), false},
-        Strictness{"NegativeNatural", tree(R"("natural":-1)"), false},
-        Strictness{"LargestNatural", tree(R"("natural":18446744073709551615)"), true},
-        Strictness{"NaturalTooLarge", tree(R"("natural":18446744073709551616)"), false},
-        Strictness{"IntegerTooLarge", tree(R"("integer":2147483648)"), false},
-        Strictness{"RoundedOutOfRange", tree(R"("x":0,"natural":18446744073709551615.0)"), false},
-        Strictness{"IntegerFarTooLarge", tree(R"("integer":1e300)"), false},
-        Strictness{"IntegerZeroWithExponent", tree(R"("integer":0e88)"), true},
-        Strictness{"NumberWithoutEnd", tree("\"real\":" + std::string(5000, '9')), false},
-        Strictness{"TextForNumber", tree(R"("integer":"1")"), false},
-        Strictness{"LowerCaseUuid", tree(R"("id":"abcdefab-0000-4000-8000-0123456789ab")"), true},
-        Strictness{"ShortUuid", tree(R"("id":"ABCDEFAB")"), false},
-        Strictness{"MisplacedHyphen", tree(R"("id":"0000000-00000-0000-0000-000000000000")"), false},
-        Strictness{"UnknownWord", tree(R"("leaves":[{"shade":"Light"}])"), false},
-        Strictness{"BadBase64", tree(R"("data":"AA=A")"), false},
-        Strictness{"Base64WithSpace", tree(R"("data":"AAA ")"), false},
-        Strictness{"Base64Unpadded", tree(R"("data":"AA")"), false},
-        Strictness{"InvalidUtf8", tree("\"x\":\"\xff\""), false},
-        Strictness{"OverlongUtf8", tree("\"x\":\"abcdefghijk\xc0\xaf\""), false},
-        Strictness{"CutUtf8", tree("\"leaves\":[{\"note\":\"\xc3\",\"shade\":\"light\"}]"), false},
-        Strictness{"Utf8BeyondUnicode", tree("\"x\":\"\xf4\x90\x80\x80\""), false},
-        Strictness{"EncodedSurrogate", tree("\"x\":\"\xed\xa0\x80\""), false},
-        Strictness{"EscapedPair", tree(R"("x":"\ud83d\ude00")"), true},
-        Strictness{"LoneHighSurrogate", tree(R"("x":"\ud83d")"), false},
-        Strictness{"LoneLowSurrogate", tree(R"("x":"\ude00")"), false},
-        Strictness{"RawEscapeCharacter", tree("\"x\":\"a long enough text with an \x1b inside it\""), false},
-        Strictness{"RawTabInText", tree("\"x\":\"a\tb\""), false},
-        Strictness{"RawNul", tree(std::string("\"x\":\"a\0b\"", 9)), false},
-        Strictness{"DuplicateKeyLastWins", tree(R"("flag":false,"flag":true)"), true}),
-    [](const auto& row) { return row.param.name; });
 
 TEST(JsonDocument, DepthCostsNoStack) {
   EXPECT_FALSE(decoded<Tree>(std::string(131072, '[')));
@@ -161,22 +137,6 @@ TEST(Base64, IsTheSameWhereverABorrowedTextIsCut) {
     ByteQueue out;
     appendBase64(out, CarriedBytes(bytesOf(text).first(cut), bytesOf(text).subspan(cut)));
     EXPECT_EQ(out.text(), "YW55IGNhcm5hbCBwbGVhcw==") << cut;
-  }
-}
-
-TEST(ByteQueue, GivesBackWhatWasPutInWhateverTheSteps) {
-  ByteQueue queue;
-  std::string model;
-  unsigned step = 1;
-  for (int round = 0; round < 2000; ++round) {
-    step = step * 1103515245 + 12345;
-    const std::string piece((step >> 16) % 700, static_cast<char>('a' + round % 26));
-    queue.append(piece);
-    model += piece;
-    const std::size_t taken = std::min<std::size_t>((step >> 8) % 720, model.size());
-    queue.consume(taken);
-    model.erase(0, taken);
-    ASSERT_EQ(queue.text(), model);
   }
 }
 

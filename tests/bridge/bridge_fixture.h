@@ -24,7 +24,6 @@ class Bridge : public testing::Test, protected BridgeSessions {
   Bridge() { open(); }
 
   void open() {
-    bridge.reset();
     bridge.emplace(root, events);
     bridge->setWaits(waits);
     bridge->setAttentionStore(attention);

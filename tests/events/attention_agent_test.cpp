@@ -105,17 +105,5 @@ TEST_F(AttentionToAgents, EndsEverythingOfAClosedSession) {
   EXPECT_EQ(become(Activity::idle, {}, Result::completed), "Created completed v1");
 }
 
-TEST_F(AttentionToAgents, StopsListeningWhenTheStoreIsGone) {
-  auto brief = std::make_unique<TerminalAttentionStore>(log, clock);
-  const std::size_t observers = log.observerCount();
-  brief.reset();
-  EXPECT_EQ(log.observerCount(), observers - 1);
-  // Gone in the middle of a delivery that it still takes part in.
-  TerminalSessionEventStore other(Uuid::random());
-  other.observe([&](const TerminalSessionEvent&) { brief.reset(); });
-  brief = std::make_unique<TerminalAttentionStore>(other, clock);
-  other.publish(tab, TerminalSessionEventKind::agentChanged, now, {.agent = agent});
-}
-
 }  // namespace
 }  // namespace velotide

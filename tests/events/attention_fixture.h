@@ -73,10 +73,7 @@ class AttentionFixture : public testing::Test {
     return takePublished();
   }
   std::optional<Item> ring(std::int64_t times = 1, const Uuid& stream = Uuid::random()) {
-    Context bell;
-    bell.eventID = stream;
-    bell.occurrences = times;
-    return store.record(bell, tab, now);
+    return store.record({Context::Kind::bell, stream, {}, {}, false, times}, tab, now);
   }
   std::optional<Item> finish(const Uuid& command, bool failed = false,
                              Context::Kind kind = Context::Kind::commandFinished) {

@@ -3,6 +3,7 @@
 #include <gtest/gtest.h>
 
 #include <string>
+#include <tuple>
 
 namespace velotide {
 namespace {
@@ -36,16 +37,15 @@ TEST(OutputJournal, RefusesForeignAndFutureCursorsAndBadLimits) {
   journal.append(bytesOf("abcd"));
   const Uuid own = journal.generation();
   const Uuid other = Uuid::random();
-  struct Row {
-    std::optional<TerminalRuntimeOutputCursor> after;
-    std::int64_t limit;
-    std::optional<Error> error;
-  };
-  for (const Row& row : {Row{{{own, 4}}, 4, {}}, Row{{{own, 5}}, 4, Error::futureCursor},
-                         Row{{{other, 4}}, 4, Error::generationChanged},
-                         Row{{{other, 99}}, 4, Error::generationChanged}, Row{{}, 0, Error::invalidLimit},
-                         Row{{}, -1, Error::invalidLimit}, Row{{}, 5, Error::invalidLimit}, Row{{}, 1, {}}}) {
-    EXPECT_EQ(errorOf([&] { journal.read(row.after, row.limit); }), row.error) << row.limit;
+  using Cursor = TerminalRuntimeOutputCursor;
+  using Row = std::tuple<std::optional<Cursor>, std::int64_t, std::optional<Error>>;
+  for (const auto& [after, limit, error] :
+       {Row{Cursor{own, 4}, 4, {}}, Row{Cursor{own, 5}, 4, Error::futureCursor},
+        Row{Cursor{other, 4}, 4, Error::generationChanged},
+        Row{Cursor{other, 99}, 4, Error::generationChanged}, Row{std::nullopt, 0, Error::invalidLimit},
+        Row{std::nullopt, -1, Error::invalidLimit}, Row{std::nullopt, 5, Error::invalidLimit},
+        Row{std::nullopt, 1, {}}}) {
+    EXPECT_EQ(errorOf([&, from = after, most = limit] { journal.read(from, most); }), error) << limit;
   }
 }
 

@@ -35,24 +35,20 @@ class Waits : public testing::Test {
       return std::string(rawWord(failure.word));
     }
   }
-  std::string begin(
-      Condition condition, void (*change)(Spec&) = [](Spec&) {}) {
+  std::string begin(Condition condition, void (*change)(Spec&) = nullptr) {
     Spec wanted = spec(condition);
-    change(wanted);
+    if (change) change(wanted);
     return begin(wanted, owner);
   }
   std::string outcomes() {
     results = waits.drainCompletions();
     std::string words;
-    for (const TerminalWaitResult& result : results)
-      words += (words.empty() ? "" : " ") + std::string(rawWord(result.outcome));
+    for (const auto& each : results) words += (words.empty() ? "" : " ") + std::string(rawWord(each.outcome));
     return words;
   }
   void publish(const Uuid& tabID, Kind kind = Kind::outputChanged) { events.publish(tabID, kind, now); }
 
-  const Uuid tab = Uuid::random();
-  const Uuid command = Uuid::random();
-  const Uuid run = Uuid::random();
+  const Uuid tab = Uuid::random(), command = Uuid::random(), run = Uuid::random();
   const std::string owner = newText();
   Date now{1000};
   TerminalAgentSnapshot agent;
