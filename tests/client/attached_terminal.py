@@ -2,10 +2,10 @@
 
 import fcntl
 import os
+import pathlib
 import pty
 import select
 import shutil
-import signal
 import struct
 import subprocess
 import tempfile
@@ -14,6 +14,10 @@ import unittest
 
 from client_case import VELOTIDE
 from runtime_process import wait_until
+
+PROMPT = b"re@dy> "
+START_FILES = {".bashrc": "PS1='re@dy> '\n", ".bash_profile": "PS1='re@dy> '\n", ".zshrc": "PS1='re@dy> '\n",
+               ".config/fish/config.fish": "function fish_greeting; end\nfunction fish_prompt; printf 're@dy> '; end\n"}
 
 
 class Terminal:
@@ -26,20 +30,18 @@ class Terminal:
         self.before = termios.tcgetattr(self.slave)
         self.screen, self.seen = b"", 0
 
-        def take_terminal():
-            os.setsid()
-            fcntl.ioctl(0, termios.TIOCSCTTY, 0)
-
-        self.process = subprocess.Popen([VELOTIDE, *words], stdin=slave, stdout=slave, stderr=slave,
-                                        env=environment, preexec_fn=take_terminal)
+        self.process = subprocess.Popen([VELOTIDE, *words], stdin=slave, stdout=slave, stderr=slave, env=environment,
+                                        start_new_session=True,
+                                        preexec_fn=lambda: fcntl.ioctl(0, termios.TIOCSCTTY, 0))
         os.close(slave)
 
     def resize(self, columns, rows):
         fcntl.ioctl(self.master, termios.TIOCSWINSZ, struct.pack("HHHH", rows, columns, 0, 0))
 
-    def type(self, text):
+    def type(self, text, *expected):
         while text:
             text = text[os.write(self.master, text[:1024]):]
+        self.expect(*expected)
 
     def take(self, wait=0.0):
         """What is printed now."""
@@ -49,35 +51,28 @@ class Terminal:
         self.screen += more
         return more
 
-    def expect(self, marker):
-        """Waits for the marker behind the one expected before; what came up to its end."""
-        def found():
-            self.take(0.01)
-            return marker in self.screen[self.seen:]
-        try:
-            wait_until(found, f"{marker!r} on the screen")
-        except AssertionError as failure:
-            raise AssertionError(f"{failure}; there is {self.screen[self.seen:][-2000:]!r}") from None
-        begin, self.seen = self.seen, self.screen.index(marker, self.seen) + len(marker)
-        return self.screen[begin:self.seen]
+    def expect(self, *markers):
+        """Waits for each marker behind the one expected before."""
+        for marker in markers:
+            try:
+                wait_until(lambda: (self.take(0.01), marker in self.screen[self.seen:])[1], f"{marker!r} on the screen")
+            except AssertionError as failure:
+                raise AssertionError(f"{failure}; there is {self.screen[self.seen:][-2000:]!r}") from None
+            self.seen = self.screen.index(marker, self.seen) + len(marker)
 
     def is_ordinary(self):
         return termios.tcgetattr(self.slave) == self.before
 
     def finish(self):
         """Waits for the client's end: its exit status."""
-        def ended():
-            self.take()
-            return self.process.poll() is not None
-        wait_until(ended, "the end of the client")
+        wait_until(lambda: (self.take(), self.process.poll())[1] is not None, "the end of the client")
         while self.take(0.05):
             pass
         return self.process.returncode
 
     def close(self):
-        if self.process.poll() is None:
-            self.process.kill()
-            self.process.wait()
+        self.process.kill()
+        self.process.wait()
         os.close(self.master)
         os.close(self.slave)
 
@@ -101,14 +96,37 @@ class ClientCase(unittest.TestCase):
         self.addCleanup(terminal.close)
         return terminal
 
+    def start(self, *words, stdin=subprocess.DEVNULL, **options):
+        """The client between pipes, running."""
+        client = subprocess.Popen([VELOTIDE, *words], env=self.environment, stdin=stdin, stdout=subprocess.PIPE,
+                                  **options)
+        self.addCleanup(client.__exit__, None, None, None)
+        self.addCleanup(client.kill)
+        return client
+
     def call(self, *words, status=0, given=b"", **changes):
         """Runs the client between pipes: what it printed, once its status is as expected."""
         done = subprocess.run([VELOTIDE, *words], input=given, env={**self.environment, **changes}, cwd=self.directory,
                               capture_output=True, timeout=60, check=False)
-        self.errors = done.stderr
+        self.status, self.errors = done.returncode, done.stderr
         if status is not None:
             self.assertEqual(status, done.returncode, (words, done.stdout[-500:], done.stderr))
         return done.stdout
 
     def new(self, *command):
         return self.call("new", "-d", "--", *command).decode().strip()
+
+    def wait_for_output(self, session, text, count=1):
+        wait_until(lambda: self.call("read", session).count(text) >= count, f"{text!r} in the output")
+
+    def start_shell(self, shell, *options, verb=("new", "-d")):
+        """A session with the shell, at its first prompt; where it is missing, the test ends here."""
+        if not shutil.which(shell):
+            self.assertNotIn("CI", os.environ, f"{shell} is missing")
+            self.skipTest(f"{shell} is missing")
+        os.makedirs(self.directory + "/.config/fish", exist_ok=True)
+        for name, text in START_FILES.items():
+            pathlib.Path(self.directory, name).write_text(text)
+        session = self.call(*verb, *options, SHELL=shutil.which(shell)).decode().strip()
+        self.wait_for_output(session, PROMPT)
+        return session

@@ -2,80 +2,66 @@
 
 #include <gtest/gtest.h>
 
-#include <sstream>
-
 namespace velotide::client {
 
 namespace {
 
-using Words = std::vector<std::string>;
-
-// Words, and variables with their values, are written with "|" between them.
-Words split(const std::string& text) {
-  Words words;
-  std::istringstream rest(text);
-  for (std::string word; std::getline(rest, word, '|');) words.push_back(word);
-  return words;
-}
-std::map<std::string, std::string> variables(const std::string& text) {
-  std::map<std::string, std::string> found;
-  for (const std::string& each : split(text)) {
-    const std::size_t sign = each.find('=');
-    found[each.substr(0, sign)] = each.substr(sign + 1);
-  }
-  return found;
+std::string shown(const ShellStart& start) {
+  std::string text;
+  for (const std::string& word : start.words) text += word + "|";
+  for (const auto& [name, value] : start.environment) text += name + "=" + value + "|";
+  return text;
 }
 
 struct Case {
-  std::string path, words, environment, changedWords, changedEnvironment;
+  ShellStart start;
+  std::string changed;
   std::string directory = "/scripts";
   SystemBash systemBash = SystemBash::current;
 };
 
 TEST(ShellIntegration, AddsWhatTheShellNeedsAndKeepsTheRest) {
-  const std::string script = "VELOTIDE_BASH_INTEGRATION=/scripts/velotide.bash";
-  const std::string hook = R"(. "$VELOTIDE_BASH_INTEGRATION"; eval "${__velotide_last_hooks-}")";
-  const std::string load = "ENV=/scripts/load.bash";
+  const std::string hook = R"(. "$VELOTIDE_BASH_INTEGRATION"; eval "${__velotide_last_hooks-}")"
+                           "|VELOTIDE_BASH_INTEGRATION=/scripts/velotide.bash|";
+  const std::string load = "ENV=/scripts/load.bash|";
   const SystemBash old = SystemBash::old;
   for (const Case& row : {
-           Case{"/usr/bin/bash", "bash|-i", "ENV=e", "bash|--rcfile|/scripts/load.bash|-i", "ENV=e"},
-           {"/bin/bash", "-bash", "", "-bash|--posix", load},
-           {"/bin/bash", "bash|-l", "ENV=mine", "bash|--posix|-l", load + "|VELOTIDE_USER_ENV=mine"},
-           {"/bin/bash", "bash|--login", "", "bash|--posix|--login", R"(ENV=/a\$b\`c\\d 'e'/load.bash)",
+           Case{{"/bin/bash", {"bash", "-i"}, {{"ENV", "e"}}}, "bash|--rcfile|/scripts/load.bash|-i|ENV=e|"},
+           {{"/bin/bash", {"bash", "--login"}, {{"ENV", "e"}}},
+            "bash|--posix|--login|" + load + "VELOTIDE_USER_ENV=e|"},
+           {{"/bin/bash", {"bash", "-l"}, {}},
+            R"(bash|--posix|-l|ENV=/a\$b\`c\\d 'e'/load.bash|)",
             R"(/a$b`c\d 'e')"},
-           {"/bin/bash", "bash", "", "bash|--rcfile|/scripts/load.bash", "", "/scripts", old},
-           {"/bin/bash", "-bash", "PROMPT_COMMAND=mine", "-bash",
-            "PROMPT_COMMAND=mine\n" + hook + "|" + script, "/scripts", old},
-           {"/bin/bash", "-bash", "", "-bash", "PROMPT_COMMAND=" + hook + "|" + script, "/scripts", old},
-           {"/opt/bin/bash", "-bash", "", "-bash|--posix", load, "/scripts", old},
-           {"/bin/zsh", "-zsh", "A=b", "-zsh", "A=b|ZDOTDIR=/scripts/zsh"},
-           {"/bin/zsh", "zsh|-l", "ZDOTDIR=/dots", "zsh|-l",
-            "VELOTIDE_USER_ZDOTDIR=/dots|ZDOTDIR=/scripts/zsh"},
-           {"/usr/bin/fish", "fish|--interactive", "",
-            R"(fish|--init-command|source '/a\'b\\c/velotide.fish'|--interactive)", "", R"(/a'b\c)"},
+           {{"/bin/bash", {"bash"}, {}}, "bash|--rcfile|/scripts/load.bash|", "/scripts", old},
+           {{"/bin/bash", {"-bash"}, {{"PROMPT_COMMAND", "p"}}},
+            "-bash|PROMPT_COMMAND=p\n" + hook,
+            "/scripts",
+            old},
+           {{"/bin/bash", {"-bash"}, {}}, "-bash|PROMPT_COMMAND=" + hook, "/scripts", old},
+           {{"/opt/bash", {"-bash"}, {}}, "-bash|--posix|" + load, "/scripts", old},
+           {{"/bin/zsh", {"-zsh"}, {{"A", "b"}}}, "-zsh|A=b|ZDOTDIR=/scripts/zsh|"},
+           {{"/bin/zsh", {"zsh"}, {{"ZDOTDIR", "/d"}}}, "zsh|VELOTIDE_USER_ZDOTDIR=/d|ZDOTDIR=/scripts/zsh|"},
+           {{"/bin/fish", {"fish", "-i"}, {}},
+            R"(fish|--init-command|source '/a\'b\\c/velotide.fish'|-i|)",
+            R"(/a'b\c)"},
        }) {
-    SCOPED_TRACE(row.path + " " + row.words + " " + row.environment);
-    const ShellStart start{row.path, split(row.words), variables(row.environment)};
-    ASSERT_TRUE(takesShellIntegration(start));
-    const ShellStart changed = withShellIntegration(start, row.directory, row.systemBash);
-    EXPECT_EQ(changed.path, row.path);
-    EXPECT_EQ(changed.words, split(row.changedWords));
-    EXPECT_EQ(changed.environment, variables(row.changedEnvironment));
+    EXPECT_TRUE(takesShellIntegration(row.start)) << shown(row.start);
+    const ShellStart changed = withShellIntegration(row.start, row.directory, row.systemBash);
+    EXPECT_EQ(changed.path, row.start.path);
+    EXPECT_EQ(shown(changed), row.changed);
   }
 }
 
 TEST(ShellIntegration, LeavesAloneWhatSaysWhatItWants) {
-  for (const ShellStart& start : std::vector<ShellStart>{
-           {"/bin/bash", {"bash", "-c", "true"}, {}},
-           {"/bin/bash", {"bash", "script"}, {}},
-           {"/bin/bash", {"bash", "--norc"}, {}},
-           {"/bin/bash", {"bash"}, {{"POSIXLY_CORRECT", ""}}},
-           {"/bin/zsh", {"zsh", "-f"}, {}},
-           {"/bin/fish", {"fish", "-N"}, {}},
-           {"/bin/sh", {"sh"}, {}},
-           {"/bin/bash/tool", {"bash"}, {}},
-       })
-    EXPECT_FALSE(takesShellIntegration(start)) << start.path << " " << start.words.back();
+  for (const ShellStart& start : std::vector<ShellStart>{{"/bin/bash", {"bash", "-c", "true"}, {}},
+                                                         {"/bin/bash", {"bash", "script"}, {}},
+                                                         {"/bin/bash", {"bash", "--norc"}, {}},
+                                                         {"/bin/bash", {"bash"}, {{"POSIXLY_CORRECT", ""}}},
+                                                         {"/bin/zsh", {"zsh", "-f"}, {}},
+                                                         {"/bin/fish", {"fish", "-N"}, {}},
+                                                         {"/bin/sh", {"sh"}, {}},
+                                                         {"/bin/bash/tool", {"bash"}, {}}})
+    EXPECT_FALSE(takesShellIntegration(start)) << start.path << shown(start);
   EXPECT_TRUE(takesShellIntegration({"/bin/zsh", {"zsh"}, {{"POSIXLY_CORRECT", ""}}}));
 }
 

@@ -1,101 +1,161 @@
-"""Agents in sessions, followed through recorded payloads of their hooks and through reports."""
+"""Agents followed through recorded payloads of their hooks and through reports, and what the client shows of them."""
 
 import concurrent.futures
+import functools
 import json
 import os
+import pathlib
 import shutil
+import subprocess
 
-from agent_case import SESSION, AgentCase, wait_until
+from client_case import VELOTIDE, ClientCase, process
+
+SESSION = "3F2504E0-4F89-11D3-9A0C-0305E82C3301"
 
 
-def claude(event, **fields):
+def hook(event, detail=None, **fields):
+    named = {"notification_type" if event == "Notification" else "tool_name": detail} if detail else {}
     return json.dumps({"session_id": SESSION, "transcript_path": "/home/u/t.jsonl", "cwd": "/home/u",
-                       "permission_mode": "default", "hook_event_name": event, **fields})
+                       "permission_mode": "default", "hook_event_name": event, **named, **fields})
 
 
-def codex(event, turn="t-1", **fields):
-    return json.dumps({"session_id": SESSION, "turn_id": turn, "transcript_path": None, "cwd": "/home/u", "model": "m",
-                       "permission_mode": "default", "hook_event_name": event, **fields})
+codex = functools.partial(hook, turn_id="t-1", transcript_path=None, model="m")
 
 
-def notified(turn):
-    return json.dumps({"type": "agent-turn-complete", "thread-id": SESSION, "turn-id": turn, "cwd": "/home/u",
+def notified(turn, kind="agent-turn-complete"):
+    return json.dumps({"type": kind, "thread-id": SESSION, "turn-id": turn, "cwd": "/home/u",
                        "input-messages": ["go"], "last-assistant-message": "done"})
+
+
+class AgentCase(ClientCase):
+    """A session, the helpers that an agent in it calls, and the client outside."""
+
+    def setUp(self):
+        super().setUp()
+        self.start_session()
+
+    def start_session(self, script="exec cat"):
+        self.session = self.client.create(script)
+        [context] = pathlib.Path(self.runtime.root, "native-tools/native-agent-contexts").iterdir()
+        self.records = pathlib.Path(self.runtime.root, "native-tools/agent-records")
+        self.record = self.records / context.name
+        self.inside = {"PATH": "/usr/bin:/bin", "VELOTIDE_AGENT_CONTEXT": str(context)}
+
+    def ask(self, *words):
+        status, output, errors = self.velotide(*words)
+        self.assertEqual((0, ""), (status, errors), words)
+        return output
+
+    def lines(self, *words):
+        return [json.loads(line) for line in self.ask(*words, "--json").splitlines()]
+
+    def agent(self, *words, given="", status=0, says=""):
+        """Calls `velotide agent` as a hook does."""
+        done = subprocess.run([VELOTIDE, "agent", *words], input=given, capture_output=True, text=True, timeout=60,
+                              env=self.inside)
+        self.assertEqual((status, ""), (done.returncode, done.stdout), (words, given, done.stderr))
+        self.assertTrue(says in done.stderr if says else not done.stderr, done.stderr)
+
+    def state(self):
+        [line] = self.lines("agents")
+        if line == []:
+            return None
+        self.assertEqual(self.session.info["id"], line["session"])
+        return " ".join(line["agent"][key] for key in ("kind", "activity", "blockReason", "lastResult")
+                        if key in line["agent"])
+
+    def attention(self):
+        return [item["kind"] for item in self.lines("attention") if item]
 
 
 class Hooks(AgentCase):
     def follow(self, kind, steps):
-        for payload, state, attention in steps:
-            if isinstance(payload, tuple):
-                self.agent("hook", kind, *payload)
-            else:
-                self.agent("hook", kind, given=payload)
-            self.assertEqual((state, attention), (self.state(), self.attention()), payload)
+        """Each payload, the state that it leads to, and attention for the block or result that the state names."""
+        for payload, state in steps:
+            given = {"given": payload} if isinstance(payload, str) else {}
+            self.agent("hook", kind, *([] if given else payload), **given)
+            self.assertEqual((state and f"{kind} {state}", (state or "").split()[1:]),
+                             (self.state(), self.attention()), payload)
 
     def test_a_day_of_claude(self):
-        working, done = "claude working", "claude idle completed"
+        working, approval, question, done = "working", "blocked approval", "blocked question", "idle completed"
         self.follow("claude", [
-            (claude("SubagentStop"), None, []),
-            (claude("SessionStart", source="startup"), "claude unknown", []),
-            (claude("UserPromptSubmit", prompt="go"), working, []),
-            (claude("PermissionRequest", tool_name="Bash"), "claude blocked approval", ["approval"]),
-            (claude("PostToolUse", tool_name="Bash", tool_response="x" * 300000), working, []),
-            (claude("PreToolUse", tool_name="AskUserQuestion"), "claude blocked question", ["question"]),
-            (claude("Stop", stop_hook_active=False), done, ["completed"]),
-            (claude("PostToolUse", tool_name="Bash"), done, ["completed"]),
-            (claude("UserPromptSubmit", prompt="more"), working, []),
-            (claude("StopFailure"), "claude idle failed", ["failed"]),
-            (claude("SessionEnd", reason="logout"), "claude exited failed", ["failed"]),
-            (claude("SessionStart", source="resume"), "claude unknown", []),
-        ])
+            (hook("SubagentStop"), None), (hook("SessionEnd"), None),
+            (hook("SessionStart", source="startup"), "unknown"), (hook("UserPromptSubmit", prompt="a\0b"), working),
+            (hook("PermissionRequest", "Bash"), approval), (hook("PreToolUse", "Bash", agent_id="a1"), approval),
+            (hook("Notification", "idle_prompt"), approval), (hook("PostToolUseFailure", "Bash"), approval),
+            (hook("SomethingNew"), approval), (hook("PermissionDenied", "Bash"), working),
+            (hook("Notification", "permission_prompt"), approval),
+            (hook("PostToolUse", "Bash", tool_response="x" * 300000), working),
+            (hook("PreToolUse", "AskUserQuestion"), question), (hook("PostToolUse", "AskUserQuestion"), working),
+            (hook("Notification", "agent_needs_input"), question),
+            (hook("PreToolUse", "Bash", tool_input={"a": [1]}), working), (hook("Elicitation"), question),
+            (hook("Stop", stop_hook_active=False), done),
+            (hook("PostToolUse", "Bash"), done), (hook("PermissionRequest", "Bash"), done),  # too late
+            (hook("UserPromptSubmit", prompt="more"), working), (hook("StopFailure"), "idle failed"),
+            (hook("SessionEnd", reason="logout"), "exited failed"),
+            (hook("PostToolUse", "Bash"), "exited failed"), (hook("SessionEnd"), "exited failed"),  # nor revived
+            (hook("SessionStart", source="resume"), "unknown")])
 
     def test_a_day_of_codex(self):
+        working, approval, done = "working", "blocked approval", "idle completed"
         self.follow("codex", [
-            ((notified("t-0"),), "codex idle completed", ["completed"]),
-            (codex("UserPromptSubmit"), "codex working", []),
-            (codex("PermissionRequest", tool_name="shell"), "codex blocked approval", ["approval"]),
-            (codex("PostToolUse"), "codex working", []),
-            ((notified("t-0"),), "codex working", []),
-            (codex("Stop"), "codex idle completed", ["completed"]),
-            ((notified("t-1"),), "codex idle completed", ["completed"]),
-        ])
+            (codex("UserPromptSubmit", session_id="no UUID"), working),
+            (codex("PermissionRequest", "shell", session_id="no UUID"), approval),
+            # Another agent takes over once it is spoken to, and not before.
+            (codex("PostToolUse", "shell"), approval), (codex("Stop"), approval),
+            (codex("UserPromptSubmit", turn_id="no task"), working),
+            (codex("PermissionRequest", "shell", session_id="no UUID"), working),
+            (codex("UserPromptSubmit"), working), (codex("PermissionRequest", "shell"), approval),
+            ([notified("t-1", "approval-requested")], approval), (codex("PreToolUse", "shell"), working),
+            (codex("PermissionRequest", "shell"), approval), (codex("PostToolUse", "shell"), working),
+            ([notified("t-0")], working), (codex("PermissionRequest", turn_id="t-0"), working), (codex("Stop"), done),
+            ([notified("t-1")], done), (codex("SessionEnd"), done), (codex("SessionStart"), done)])
+        self.assertIn("task t-1", self.ask("attention"))
 
     def test_an_agent_ends_with_the_command_that_runs_it(self):
         self.accept(self.session.request("close"))
         self.start_session(r"printf '\033]777;Velotide;start=636f646578\007'; read line; "
                            r"printf '\033]777;Velotide;end=0\007'; exec cat")
-        wait_until(lambda: self.session.request("getAgentState")["session"].get("commands"), "the command")
+        process.wait_until(lambda: self.session.request("getAgentState")["session"].get("commands"), "the command")
         self.agent("hook", "codex", notified("t-1"))
         self.session.input(b"\n")
-        wait_until(lambda: self.state() == "codex exited completed", "the end of the agent")
+        process.wait_until(lambda: self.state() == "codex exited completed", "the end of the agent")
 
     def test_sixteen_at_once_keep_their_sequence(self):
         with concurrent.futures.ThreadPoolExecutor(16) as pool:
-            for call in [pool.submit(self.agent, "hook", "claude", given=claude("PreToolUse", tool_name="Bash"))
-                         for _ in range(16)]:
-                call.result()
+            list(pool.map(lambda _: self.agent("hook", "claude", given=hook("PreToolUse", "Bash")), range(16)))
         [line] = self.lines("agents")
         self.assertEqual(("working", 16), (line["agent"]["activity"], line["agent"]["reportSequence"]))
         bound = [event for event in self.lines("events") if event["kind"] == "agentChanged"]
         self.assertEqual(["bound", "reported"], [event["agent"]["reason"] for event in bound])
 
     def test_undocumented_input_is_told_and_changes_nothing(self):
-        self.agent("hook", "claude", given=claude("UserPromptSubmit"))
-        for words, given in [(("claude",), ""), (("claude",), "{"), (("claude",), "[" * 100000),
-                             (("claude",), claude("Notification")), (("claude",), json.dumps({"session_id": SESSION})),
-                             (("claude",), claude("Stop", session_id=7)), (("codex", "{}"), ""), (("codex",), "x"),
-                             (("tesseral",), claude("Stop")), (("nobody",), ""), ((), "")]:
+        self.agent("hook", "claude", given=hook("UserPromptSubmit"))
+        shapes = ["", "{", "[]", "7", "[" * 100000, hook("Stop", session_id=7), hook(7), '{"hook_event_name":"Stop"}',
+                  json.dumps({"session_id": SESSION}), '{"type":"agent-turn-complete"}']
+        for words, given in [*(([kind], shape) for kind in ("claude", "codex") for shape in shapes),
+                             (["claude"], hook("Notification")), (["codex", "{}"], ""),
+                             (["tesseral"], hook("Stop")), (["nobody"], ""), ([], "")]:
             self.agent("hook", *words, given=given, status=1, says="velotide: ")
         self.assertEqual("claude working", self.state())
 
     def test_the_next_prompt_takes_a_lost_binding_back(self):
-        self.agent("hook", "claude", given=claude("UserPromptSubmit"))
+        self.agent("hook", "claude", given=hook("UserPromptSubmit"))
         self.accept(self.session.request("bindAgent", agentKind="codex"))
-        self.agent("hook", "claude", given=claude("PostToolUse"), status=1, says="no longer holds")
-        self.agent("hook", "claude", given=claude("PostToolUse"))
+        self.agent("hook", "claude", given=hook("PostToolUse"), status=1, says="no longer holds")
+        self.agent("hook", "claude", given=hook("PostToolUse"))
         self.assertEqual("codex unknown", self.state())
-        self.agent("hook", "claude", given=claude("UserPromptSubmit"))
+        self.agent("hook", "claude", given=hook("UserPromptSubmit"))
         self.assertEqual("claude working", self.state())
+
+    def test_an_agent_not_heard_of_for_two_minutes_stands_in_no_others_way(self):
+        self.agent("hook", "claude", given=hook("UserPromptSubmit"))
+        for passes, state in ((110, "claude working"), (10, "codex blocked approval")):
+            record = json.loads(self.record.read_text())
+            self.record.write_text(json.dumps({**record, "reportedAt": record["reportedAt"] - passes}))
+            self.agent("hook", "codex", given=codex("PermissionRequest", "shell"))
+            self.assertEqual(state, self.state())
 
 
 class Reports(AgentCase):
@@ -106,8 +166,8 @@ class Reports(AgentCase):
             self.agent("report", "blocked", "question", "--agent-session", SESSION, "--task", "build/7")
             self.assertEqual((f"{kind} blocked question", ["question"]), (self.state(), self.attention()))
             self.assertIn("task build/7", self.ask("attention"))
-            for words in (("blocked",), ("idle", "approval"), ("working", "completed"), ("sleeping",),
-                          ("idle", "--task", "x"), ("idle", "--agent-session", SESSION, "--task", "a b")):
+            for words in (["blocked"], ["idle", "approval"], ["working", "completed"], ["sleeping"],
+                          ["idle", "--task", "x"], ["idle", "--agent-session", SESSION, "--task", "a b"]):
                 self.agent("report", *words, status=1, says="velotide: ")
             self.agent("report", "idle", "failed")
             self.agent("exit")
@@ -116,7 +176,7 @@ class Reports(AgentCase):
             self.assertEqual([], self.attention())
 
     def test_outside_a_session_all_is_silent_and_well(self):
-        calls = [("bind", "claude"), ("report", "working"), ("exit",), ("hook", "claude"), ("hook", "codex", "{")]
+        calls = [["bind", "claude"], ["report", "working"], ["exit"], ["hook", "claude"], ["hook", "codex", "{"]]
         context = self.inside.pop("VELOTIDE_AGENT_CONTEXT")
         for elsewhere in (None, "", "/nowhere", context + ".gone"):
             self.inside.update({} if elsewhere is None else {"VELOTIDE_AGENT_CONTEXT": elsewhere})
@@ -159,3 +219,48 @@ class Reports(AgentCase):
         self.start_session()
         self.agent("bind", "codex")
         self.assertEqual({self.record.stem}, {path.stem for path in self.records.iterdir()})
+
+
+class Views(AgentCase):
+    def follow(self, *words):
+        following = self.start(*words, "--follow", "--json")
+        self.addCleanup(following.communicate)
+        self.addCleanup(following.kill)
+        return map(json.loads, following.stdout)
+
+    def test_attention_is_followed_and_acknowledged_by_item_and_session(self):
+        changes = self.follow("attention")
+        self.agent("bind", "claude")
+        self.agent("report", "blocked", "approval")
+        item = next(changes)
+        self.assertEqual(("approval", 1), (item["kind"], item["version"]))
+        self.ask("ack", item["id"][:6].lower())
+        seen = next(changes)
+        self.assertEqual((2, True), (seen["version"], "readAt" in seen))
+        self.assertIn("seen", self.ask("attention"))
+        self.agent("report", "idle", "completed")
+        self.assertIn("resolvedAt", next(changes))
+        self.ask("ack", "--session", self.session.info["id"][:6])
+        self.assertEqual("completed", next(changes)["kind"])
+        self.assertIn("resolvedAt", next(changes))
+        self.assertEqual("[]\n", self.ask("attention", "--json"))
+        for words, status in [(["ack"], 2), (["ack", item["id"]], 1)]:
+            self.assertEqual(status, self.velotide(*words)[0])
+
+    def test_events_go_on_behind_a_cursor_and_its_failures_are_told_apart(self):
+        shown = self.follow("events")
+        self.agent("bind", "claude")
+        cursor = next(event for event in shown if "agent" in event)["cursor"]
+        epoch, sequence = cursor["appEpoch"], cursor["sequence"]
+        self.agent("report", "working")
+        [event] = self.lines("events", "--after", f"{epoch}:{sequence}")
+        self.assertEqual((sequence + 1, "working"), (event["cursor"]["sequence"], event["agent"]["activity"]))
+        for kind in ("claude", "codex") * 600:
+            self.accept(self.session.request("bindAgent", agentKind=kind))
+        for cursor, status, says in [(f"{epoch}:{sequence}", 1, "no longer held"), (f"{epoch}:99999", 1, "newest is"),
+                                     (f"{SESSION}:1", 1, "restarted"), ("x:1", 2, "no cursor"),
+                                     (f"{epoch}:", 2, "no cursor")]:
+            done = self.velotide("events", "--after", cursor)
+            self.assertEqual((status, ""), done[:2])
+            self.assertIn(says, done[2])
+        self.assertEqual(1024, len(self.lines("events")))

@@ -2,8 +2,8 @@
 
 import json
 import os
+import pathlib
 import signal
-import unittest
 
 from client_case import ClientCase, process
 
@@ -23,37 +23,34 @@ class Waits(ClientCase):
     def pending(self):
         return self.client.request("diagnostics")["pendingWaits"]
 
-    def await_pending(self):
+    def begin(self, *words):
+        waiting = self.start(*words)
         process.wait_until(lambda: self.pending() == 1, "the wait is pending")
-
-    def finish(self, command):
-        output, errors = command.communicate(timeout=process.DEADLINE)
-        return command.returncode, output.decode().strip(), errors.decode()
+        return waiting
 
     def test_what_happens_while_waiting_ends_the_wait(self):
         self.session.input(b"start\n")
         self.session.expect(b"start=")
         command = self.session.request("getAgentState")["session"]["commands"][-1]["id"]
         grant = self.session.request("bindAgent", agentKind="codex")["agentGrant"]
-        report = {"instanceID": grant["instanceID"], "runID": grant["runID"], "token": grant["token"]}
 
         def tell(activity, sequence, **more):
+            report = {key: grant[key] for key in ("instanceID", "runID", "token")}
             self.accept(self.session.request("reportAgent", agentReport={
                 **report, "sequence": sequence, "kind": "codex", "activity": activity, **more}))
-        for words, happens, expected in [
-                (["--output"], lambda: self.session.input(b"hello\n"), (0, None)),
-                (["--event"], lambda: self.session.input(b"hello\n"), (0, "outputChanged")),
-                (["--agent", "idle"], lambda: tell("idle", 1), (0, "idle")),
-                (["--attention"], lambda: tell("blocked", 2, blockReason="approval"), (0, None)),
-                (["--last-command"], lambda: self.session.input(b"end3\n"), (0, "failed")),
-                (["--output", "--after", "999999"], lambda: self.session.request("close"), (4, ""))]:
+        for words, happens, expected, printed in [
+                (["--output"], lambda: self.session.input(b"hello\n"), 0, None),
+                (["--event"], lambda: self.session.input(b"hello\n"), 0, "outputChanged\n"),
+                (["--agent", "idle"], lambda: tell("idle", 1), 0, "idle\n"),
+                (["--attention"], lambda: tell("blocked", 2, blockReason="approval"), 0, None),
+                (["--last-command"], lambda: self.session.input(b"end3\n"), 0, "failed\n"),
+                (["--output", "--after", "999999"], lambda: self.session.request("close"), 4, "")]:
             with self.subTest(words):
-                waiting = self.start("wait", self.tab, *words)
-                self.await_pending()
+                waiting = self.begin("wait", self.tab, *words)
                 happens()
                 status, output, errors = self.finish(waiting)
-                self.assertEqual(expected[0], status, errors)
-                self.assertIn(expected[1], (None, output))
+                self.assertEqual(expected, status, errors)
+                self.assertIn(printed, (None, output))
         self.assertEqual(4, self.velotide("wait", self.tab, "--command", command)[0])
 
     def test_what_stands_already_is_answered_at_once(self):
@@ -62,57 +59,51 @@ class Waits(ClientCase):
         unknown = process.new_id()
         epoch = self.client.request("readEvents")["events"]["nextCursor"]["appEpoch"]
         for words, status, output in [
-                (["--last-command"], 0, b"succeeded\n"), (["--event", "--after", epoch + ":0"], 0, b"registered\n"),
-                (["--output", "--after", "0"], 0, None), (["--command", unknown], 4, b""),
-                (["--event", "--timeout", "0"], 124, b""), (["--output", "--timeout", "0.05"], 124, b""),
-                (["--event", "--after", epoch + ":999999"], 1, b""),
-                (["--event", "--after", unknown + ":0"], 1, b""), (["--agent", "idle"], 1, b""),
-                (["--agent", "asleep"], 2, b""), (["--event", "--output"], 2, b""), ([], 2, b"")]:
+                (["--last-command"], 0, "succeeded\n"), (["--event", "--after", epoch + ":0"], 0, "registered\n"),
+                (["--output", "--after", "0"], 0, None), (["--command", unknown], 4, ""),
+                (["--event", "--timeout", "0"], 124, ""), (["--output", "--timeout", "0.05"], 124, ""),
+                (["--event", "--after", epoch + ":999999"], 1, ""),
+                (["--event", "--after", unknown + ":0"], 1, ""), (["--agent", "idle"], 1, ""),
+                (["--agent", "asleep"], 2, ""), (["--event", "--output"], 2, ""), ([], 2, "")]:
             with self.subTest(words):
                 result = self.velotide("wait", self.tab, *words)
                 self.assertEqual(status, result[0], result)
                 self.assertIn(output, (None, result[1]))
 
     def test_an_interrupted_wait_is_cancelled_and_one_without_a_service_ends(self):
-        waiting = self.start("wait", self.tab, "--output")
-        self.await_pending()
+        waiting = self.begin("wait", self.tab, "--output")
         waiting.send_signal(signal.SIGINT)
         self.assertEqual(130, self.finish(waiting)[0])
         self.assertEqual(0, self.pending())
         self.assertEqual([], os.listdir(os.path.join(self.runtime.root, "native-tools", "responses")))
-        waiting = self.start("wait", self.tab, "--output")
-        self.await_pending()
+        waiting = self.begin("wait", self.tab, "--output")
         self.runtime.kill()
         self.assertEqual(3, self.finish(waiting)[0])
 
     def test_a_long_wait_goes_on_where_the_one_before_ended(self):
-        root = os.path.join(self.runtime.directory, "other")
-        for part in ("", "native-tools", "native-tools/requests", "native-tools/responses"):
-            os.mkdir(os.path.join(root, part), 0o700)
+        root = pathlib.Path(self.runtime.directory, "other")
+        mailbox = root / "native-tools"
+        for directory in (root, mailbox, mailbox / "requests", mailbox / "responses"):
+            directory.mkdir(0o700)
         epoch = process.new_id()
-        mailbox = os.path.join(root, "native-tools")
 
-        def put(name, record):
-            path = os.path.join(mailbox, name)
-            with open(os.open(path + ".new", os.O_CREAT | os.O_WRONLY, 0o600), "w") as file:
-                json.dump(record, file)
-            os.rename(path + ".new", path)
-        put("runtime.json", {"schemaVersion": 1, "appEpoch": epoch, "pid": os.getpid(), "version": "1",
-                             "cursor": {"appEpoch": epoch, "sequence": 0}})
+        def put(path, **record):
+            new = path.with_suffix(".new")
+            new.touch(0o600)
+            new.write_text(json.dumps({**record, "schemaVersion": 1, "version": "1"}))
+            new.rename(path)
+
+        def at(sequence):
+            return {"appEpoch": epoch, "sequence": sequence}
+        put(mailbox / "runtime.json", appEpoch=epoch, pid=os.getpid(), cursor=at(0))
         waiting = self.start("wait", "--event", "--after", epoch + ":5", "--json", root=root)
         for expected, outcome, sequence in [(5, "timeout", 9), (9, "timeout", 12), (12, "matched", 13)]:
-            names = process.wait_until(lambda: [name for name in os.listdir(mailbox + "/requests")
-                                                if name.endswith(".json")], "a request")
-            with open(os.path.join(mailbox, "requests", names[0])) as file:
-                request = json.load(file)
-            self.assertEqual((expected, 60), (request["waitSpec"]["after"]["sequence"],
-                                              request["waitSpec"]["timeoutSeconds"]))
-            os.unlink(os.path.join(mailbox, "requests", names[0]))
-            put("responses/" + names[0], {
-                "id": request["id"], "action": "wait_session", "version": "1", "schemaVersion": 1, "ok": True,
-                "appName": "Velotide", "snapshotSequence": 0, "waitResult": {
-                    "waitID": request["id"], "outcome": outcome,
-                    "cursor": {"appEpoch": epoch, "sequence": sequence}}})
+            [path] = process.wait_until(lambda: list(mailbox.glob("requests/*.json")), "a request")
+            request = json.loads(path.read_text())
+            path.unlink()
+            self.assertEqual((at(expected), 60), (request["waitSpec"]["after"], request["waitSpec"]["timeoutSeconds"]))
+            put(mailbox / "responses" / path.name, id=request["id"], action="wait_session", ok=True, appName="Velotide",
+                snapshotSequence=0, waitResult={"waitID": request["id"], "outcome": outcome, "cursor": at(sequence)})
         status, output, errors = self.finish(waiting)
         self.assertEqual((0, 13), (status, json.loads(output)["cursor"]["sequence"]), errors)
 
@@ -127,8 +118,4 @@ class Waits(ClientCase):
             with self.subTest(words):
                 result = self.velotide("call", *words)
                 self.assertEqual(status, result[0], result)
-                self.assertIn(word, result[1].decode() if status == 0 else result[2])
-
-
-if __name__ == "__main__":
-    unittest.main()
+                self.assertIn(word, result[1] if status == 0 else result[2])

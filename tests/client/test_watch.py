@@ -17,8 +17,12 @@ class View(Terminal):
         drawn = dict(re.findall(rb"\x1b\[(\d+);1H\x1b\[2K([^\x1b]*)", shown))
         return [drawn[row].decode().rstrip() for row in sorted(drawn, key=int)]
 
-    def expect(self, pattern, deadline=DEADLINE):
-        wait_until(lambda: re.search(pattern, "\n".join(self.lines()), re.M), pattern, deadline)
+    def names(self):
+        return set(re.findall(r"^[> ] (\w{8})", "\n".join(self.lines()), re.M))
+
+    def expect(self, *patterns, deadline=DEADLINE):
+        for pattern in patterns:
+            wait_until(lambda: re.search(pattern, "\n".join(self.lines()), re.M), pattern, deadline)
 
 
 class Watch(RuntimeCase):
@@ -34,42 +38,33 @@ class Watch(RuntimeCase):
         self.assertTrue(terminal.is_ordinary())
 
     def test_attention_appears_and_is_acknowledged(self):
-        quiet = self.client.create("read line")
-        loud = self.client.create("read line; printf '\\a'; read line")
+        quiet, loud = (self.client.create(script) for script in ("read x", "read x; printf '\\a'; read x"))
+        name = loud.info["id"][:8]
         terminal = self.watch()
         terminal.expect(f"^[> ] {quiet.info['id'][:8]} .* running .* /$")
         loud.input(b"\n")
-        terminal.expect(f"^.\\*{loud.info['id'][:8]}  bell +[01]s ", deadline=1)
-        terminal.expect("^velotide: 2 sessions, 1 with news$")
-        terminal.type(b"\x1b[H")
-        terminal.expect(f"^>\\*{loud.info['id'][:8]}")
-        terminal.type(b"a")
-        terminal.expect(f"^Acknowledged: bell of {loud.info['id'][:8]}")
-        terminal.expect(f"^> {loud.info['id'][:8]}  - ")
+        terminal.expect(f"^.\\*{name}  bell +[01]s ", "^velotide: 2 sessions, 1 with news$", deadline=1)
+        terminal.type(b"\x1b[H", f"^>\\*{name}")
+        terminal.type(b"a", f"^Acknowledged: bell of {name}", f"^> {name}  - ")
         self.assertEqual([], self.connect().request("listAttention")["attention"])
 
     def test_follows_the_terminal(self):
         ids = {self.client.create("read line").info["id"][:8] for _ in range(3)}
         terminal = self.watch()
-        names = lambda: set(re.findall(r"^[> ] (\w{8})", "\n".join(terminal.lines()), re.M))  # noqa: E731
-        wait_until(lambda: names() == ids, "all sessions")
-        terminal.resize(20, 4)
-        wait_until(lambda: len(names()) == 2 and max(map(len, terminal.lines())) <= 20, "a page")
-        terminal.type(b"G")
-        wait_until(lambda: len(names()) == 1, "the other page")
-        terminal.resize(200, 60)
-        wait_until(lambda: names() == ids, "all sessions again")
+        for size, keys, count in (((20, 4), b"", 2), ((20, 4), b"G", 1), ((200, 60), b"", 3)):
+            terminal.resize(*size)
+            terminal.type(keys)
+            wait_until(lambda: len(terminal.names() & ids) == count, f"{count} sessions")
+            self.assertLessEqual(max(map(len, terminal.lines())), size[0])
 
     def test_closes_running_sessions_only_when_told_twice(self):
         self.client.create("read line")
         terminal = self.watch()
         # What is typed ahead of the question is no answer.
         for keys, question in ((b"xy", "y closes"), (b"n", "q quit$"), (b"x", "y closes")):
-            terminal.type(keys)
-            terminal.expect(question)
+            terminal.type(keys, question)
         self.assertEqual(1, len(self.connect().request("list")["sessions"]))
-        terminal.type(b"y")
-        terminal.expect("^No sessions")
+        terminal.type(b"y", "^No sessions")
         self.assertEqual([], self.connect().request("list")["sessions"])
 
     def test_comes_back_from_a_session_and_from_suspension(self):
@@ -77,9 +72,8 @@ class Watch(RuntimeCase):
         terminal = self.watch()
         for keys, answer in ((b"\r", b"detaches"), (b"hello\n", b"heard hello")):
             terminal.type(keys)
-            wait_until(lambda: (terminal.lines(), answer in terminal.screen)[1], answer)
-        terminal.type(b"\x1c")
-        terminal.expect("^> ")
+            wait_until(lambda: (terminal.take(0.01), answer in terminal.screen)[1], answer)
+        terminal.type(b"\x1c", "^> ")
         terminal.process.send_signal(signal.SIGTSTP)
         wait_until(lambda: os.waitid(os.P_PID, terminal.process.pid, os.WSTOPPED | os.WNOHANG), "stopped")
         self.assert_left(terminal)
@@ -96,7 +90,7 @@ class Watch(RuntimeCase):
                 if end is None:
                     self.runtime.kill()
                     terminal.expect("^service gone, waiting")
-                tell = terminal.process.send_signal
-                terminal.type(end) if isinstance(end, bytes) else tell(end or signal.SIGTERM)
+                tell = terminal.type if isinstance(end, bytes) else terminal.process.send_signal
+                tell(end or signal.SIGTERM)
                 self.assertEqual(status, terminal.process.wait(DEADLINE))
                 self.assert_left(terminal)
