@@ -76,9 +76,11 @@ class CommandPrinter final : public SessionLink::Observer {
 
   void takeState(const TerminalRuntimeSessionInfo& session) override {
     const auto older = [&](std::uint64_t from, std::uint64_t to) { return findOlder(session, from, to); };
-    for (const KnownCommand& command :
-         history_.take(session.generation, session.commands.value_or(Latest()), older))
-      show(command);
+    const std::vector<KnownCommand> changed =
+        history_.take(session.generation, session.commands.value_or(Latest()), older);
+    for (const KnownCommand& command : changed) show(command);
+    if (std::ranges::any_of(changed, [](const auto& each) { return !each.endedAt && !each.isRunning(); }))
+      service_.notices().note("When some of the commands ran is no longer known.");
   }
   void takeOutput(ByteView, std::uint64_t) override {}
   void missOutput(std::uint64_t) override {}
@@ -105,9 +107,6 @@ class CommandPrinter final : public SessionLink::Observer {
                               " bytes of output are no longer held; commands that ran there are not shown.");
     std::erase_if(held.commands, [&](const KnownCommand& command) { return command.markerOffset >= to; });
     addTimes(held.commands, eventsSince(link_->eventHead().value_or(begin_)));
-    if (std::any_of(held.commands.begin(), held.commands.end(),
-                    [](const KnownCommand& command) { return !command.endedAt; }))
-      service_.notices().note("When some of the commands ran is no longer known.");
     return std::move(held.commands);
   }
 

@@ -2,6 +2,7 @@
 
 import json
 import pathlib
+import subprocess
 
 from attached_terminal import PROMPT, ClientCase, wait_until
 from runtime_process import DEADLINE
@@ -80,7 +81,7 @@ class MarksTest(CommandsCase):
         self.assertEqual(self.call("commands", session, "--json"), b"[]\n")
         self.call("send", session, "-e", "go")
         self.wait_for_commands(session, 8)
-        following = self.start("commands", session, "-f", "--json")
+        following = self.start("commands", session, "-f", "--json", stderr=subprocess.PIPE)
         told = [json.loads(following.stdout.readline()) for _ in range(8)]
         self.call("send", session, "-e", "go")
         running = json.loads(following.stdout.readline())
@@ -95,7 +96,7 @@ class MarksTest(CommandsCase):
         self.assertTrue(all(c["startedAt"] <= c["endedAt"] for c in told))
         self.assertEqual(self.call("output", session, told[12]["id"]), b"out3")
         self.call("close", session)
-        self.assertEqual((b"", None), following.communicate(timeout=DEADLINE))
+        self.assertEqual((b"", b""), following.communicate(timeout=DEADLINE))
         self.assertEqual(following.returncode, 0)
 
     def test_what_is_not_held_or_not_there_is_said(self):
