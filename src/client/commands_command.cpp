@@ -3,16 +3,17 @@
 
 #include "client/command_history.h"
 #include "client/commands.h"
+#include "client/event_stream.h"
 #include "client/follow.h"
 #include "client/printing.h"
 #include "client/session_names.h"
 #include "client/trouble.h"
+#include "events/event_log.h"
 
 namespace velotide::client {
 
 namespace {
 
-constexpr std::int64_t eventsAtOnce = 256;
 constexpr const char* lineFormat = "%-8s  %-19s  %9s  %-24s  %s\n";
 
 std::string lengthText(Seconds length) {
@@ -41,23 +42,24 @@ void printLine(const char* id, const std::string& start, const std::string& leng
   print(line);
 }
 
-// The events' times for commands that are known by their marks alone.
-void addTimes(std::vector<KnownCommand>& commands, const std::vector<TerminalSessionEvent>& events) {
-  for (const TerminalSessionEvent& event : events) {
-    const auto command = std::find_if(commands.begin(), commands.end(),
-                                      [&](const KnownCommand& known) { return event.commandID == known.id; });
-    if (command == commands.end()) continue;
-    if (event.kind == TerminalSessionEventKind::commandStarted) command->startedAt = event.occurredAt;
-    if (event.kind == TerminalSessionEventKind::commandFinished) command->endedAt = event.occurredAt;
-  }
+void addTime(std::vector<KnownCommand>& commands, const TerminalSessionEvent& event) {
+  const auto command =
+      std::ranges::find_if(commands, [&](const KnownCommand& known) { return event.commandID == known.id; });
+  if (command == commands.end()) return;
+  if (event.kind == TerminalSessionEventKind::commandStarted) command->startedAt = event.occurredAt;
+  if (event.kind == TerminalSessionEventKind::commandFinished) command->endedAt = event.occurredAt;
 }
 
-// Behind the cursor; without one, none but where the next begin. Absent when they are no longer held.
-std::optional<TerminalEventBatch> eventsAfter(Service& service, std::optional<TerminalEventCursor> after) {
-  TerminalRuntimeRequest request = TerminalRuntimeRequest::make(TerminalRuntimeAction::readEvents);
-  request.eventAfter = after;
-  request.eventLimit = eventsAtOnce;
-  return service.ask(request).events;
+// The events' times for commands that are known by their marks alone. All that the log holds is read once,
+// and not what is added meanwhile: that may be without end.
+void addTimes(Service& service, std::vector<KnownCommand>& commands) {
+  EventStream stream(service, std::nullopt);
+  for (std::size_t seen = 0; seen < TerminalSessionEventStore::defaultCapacity;) {
+    const std::vector<TerminalSessionEvent> events = stream.read();
+    if (events.empty()) return;
+    for (const TerminalSessionEvent& event : events) addTime(commands, event);
+    seen += events.size();
+  }
 }
 
 // Commands on their way to standard output.
@@ -65,13 +67,6 @@ class CommandPrinter final : public SessionLink::Observer {
  public:
   CommandPrinter(Service& service, bool asJson) : service_(service), asJson_(asJson) {
     if (!asJson_) printLine("COMMAND", "STARTED", "TIME", "STATE", "EXIT");
-  }
-
-  // Descriptions name the latest commands only; `link`, and before its first one `begin`, tells since which
-  // event there may have been more.
-  void connect(const SessionLink& link, const TerminalEventCursor& begin) {
-    link_ = &link;
-    begin_ = begin;
   }
 
   void takeState(const TerminalRuntimeSessionInfo& session) override {
@@ -106,32 +101,18 @@ class CommandPrinter final : public SessionLink::Observer {
       service_.notices().note(std::to_string(held.missed) +
                               " bytes of output are no longer held; commands that ran there are not shown.");
     std::erase_if(held.commands, [&](const KnownCommand& command) { return command.markerOffset >= to; });
-    addTimes(held.commands, eventsSince(link_->eventHead().value_or(begin_)));
+    addTimes(service_, held.commands);
     return std::move(held.commands);
-  }
-
-  std::vector<TerminalSessionEvent> eventsSince(TerminalEventCursor begin) {
-    std::vector<TerminalSessionEvent> events;
-    for (;;) {
-      const std::optional<TerminalEventBatch> batch = eventsAfter(service_, begin);
-      if (!batch) return events;
-      events.insert(events.end(), batch->events.begin(), batch->events.end());
-      if (!batch->hasMore) return events;
-      begin = batch->nextCursor;
-    }
   }
 
   Service& service_;
   const bool asJson_;
-  const SessionLink* link_ = nullptr;
-  TerminalEventCursor begin_;
   CommandHistory history_;
 };
 
 }  // namespace
 
 int listCommands(Service& service, const std::string& name, bool follows, bool asJson) {
-  const std::optional<TerminalEventBatch> head = follows ? eventsAfter(service, {}) : std::nullopt;
   const TerminalRuntimeSessionInfo session = findSession(service, name);
   if (asJson && !follows && (!session.commands || session.commands->empty())) {
     print("[]\n");
@@ -142,7 +123,6 @@ int listCommands(Service& service, const std::string& name, bool follows, bool a
   if (!follows) return ExitStatus::success;
   SessionLink link(service, printer, session,
                    TerminalRuntimeOutputCursor{session.generation, session.outputOffset});
-  printer.connect(link, head ? head->nextCursor : TerminalEventCursor{});
   link.open();
   if (follow(link, [] { return false; }) == Followed::sessionEnded &&
       link.ending()->kind == SessionEnding::Kind::serviceGone)

@@ -158,7 +158,6 @@ void SessionLink::takeSubscription(const TerminalRuntimeResponse& response) {
   }
   takeOutput(response);
   observer_.takeState(session_);
-  if (response.eventHead) eventHead_ = response.eventHead;
   watchForEnd(response);
 }
 

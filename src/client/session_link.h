@@ -54,9 +54,6 @@ class SessionLink {
   const std::optional<SessionEnding>& ending() const { return ending_; }
   // Where the output that was taken ends; absent before the first.
   const std::optional<TerminalRuntimeOutputCursor>& cursor() const { return cursor_; }
-  // Where the service's events ended when the observer was last told the session's state; absent before the
-  // first time.
-  const std::optional<TerminalEventCursor>& eventHead() const { return eventHead_; }
   // Where the output ended when the link was opened: what lies before is the past.
   std::uint64_t openedAt() const { return openedAt_.value_or(0); }
 
@@ -94,7 +91,6 @@ class SessionLink {
   SessionInput input_;
   std::optional<WindowSize> unsentSize_;
   std::optional<TerminalRuntimeOutputCursor> cursor_;
-  std::optional<TerminalEventCursor> eventHead_;
   std::optional<std::uint64_t> openedAt_;
   std::optional<SessionEnding> ending_;
 
