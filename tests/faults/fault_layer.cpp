@@ -5,6 +5,7 @@
 #include <poll.h>
 #include <pty.h>
 #include <stdarg.h>
+#include <string.h>
 #include <sys/mman.h>
 #include <sys/socket.h>
 #include <sys/stat.h>
@@ -19,7 +20,7 @@ namespace velotide::faults {
 namespace {
 
 constexpr std::array names{
-#define VELOTIDE_FAULT_NAME(name) std::string_view(#name),
+#define VELOTIDE_FAULT_NAME(name) #name,
     VELOTIDE_FAULT_CALLS(VELOTIDE_FAULT_NAME)
 #undef VELOTIDE_FAULT_NAME
 };
@@ -28,7 +29,6 @@ std::vector<Fault> scheduled;
 std::array<std::size_t, names.size()> counts{};
 std::size_t touchedCalls = 0;
 std::size_t busy = 0;
-bool serving = false;
 
 // What befalls the call being made.
 std::optional<Fault> befalling(Call call) {
@@ -65,7 +65,10 @@ ssize_t moved(Call call, std::size_t size, Move move) {
 
 }  // namespace
 
-std::string_view nameOf(Call call) { return names[static_cast<std::size_t>(call)]; }
+std::string nameOf(const Fault& fault) {
+  const char* how = fault.error != 0 ? ::strerrorname_np(fault.error) : fault.atMost > 0 ? "cut" : "zero";
+  return std::string(names[static_cast<std::size_t>(fault.call)]) + "_" + how;
+}
 
 void schedule(std::vector<Fault> faults) {
   scheduled = std::move(faults);
@@ -76,9 +79,6 @@ void schedule(std::vector<Fault> faults) {
 std::size_t count(Call call) { return counts[static_cast<std::size_t>(call)]; }
 std::size_t touched() { return touchedCalls; }
 std::size_t busyPolls() { return busy; }
-
-Serving::Serving() { serving = true; }
-Serving::~Serving() { serving = false; }
 
 }  // namespace velotide::faults
 

@@ -4,7 +4,7 @@
 
 #include <cstddef>
 #include <limits>
-#include <string_view>
+#include <string>
 #include <vector>
 
 // Stands between the service and the system in the executable that it is linked into: the linker sends every
@@ -26,8 +26,6 @@ enum class Call {
 #undef VELOTIDE_FAULT_CASE
 };
 
-std::string_view nameOf(Call call);
-
 inline constexpr std::size_t always = std::numeric_limits<std::size_t>::max();
 
 // What befalls the calls number `first` to `last` of their kind, counted from 1 when the schedule is set.
@@ -44,6 +42,12 @@ struct Fault {
   ssize_t result = -1;
 };
 
+// Moves a byte at most, or does nothing at all.
+constexpr Fault cut(Call call) { return {.call = call, .atMost = 1}; }
+constexpr Fault nothing(Call call) { return {.call = call, .result = 0}; }
+
+// The call and how it fails, as a word.
+std::string nameOf(const Fault& fault);
 // Replaces the schedule and counts from 0.
 void schedule(std::vector<Fault> faults);
 // Calls of the kind so far, and how many calls of any kind were touched.
@@ -53,12 +57,10 @@ std::size_t touched();
 std::size_t busyPolls();
 
 // While one is alive, calls are the service's.
-class Serving {
- public:
-  Serving();
-  ~Serving();
-  Serving(const Serving&) = delete;
-  Serving& operator=(const Serving&) = delete;
+inline bool serving = false;
+struct Serving {
+  Serving() { serving = true; }
+  ~Serving() { serving = false; }
 };
 
 }  // namespace velotide::faults

@@ -46,6 +46,16 @@ class FaultyService final : public SteppedService {
     request.launch->arguments.clear();
     return request;
   }
+  // With the fields of every action on a session.
+  TerminalRuntimeRequest everything(Action action, const TerminalRuntimeSessionInfo& session,
+                                    std::string_view text) const {
+    TerminalRuntimeRequest request = typed(session, text);
+    request.action = action;
+    request.launch = creationOfCat().launch;
+    request.columns = 100;
+    request.rows = 30;
+    return request;
+  }
 
  private:
   bool pass(int milliseconds) override {
@@ -65,18 +75,15 @@ class PatientClient {
   explicit PatientClient(FaultyService& service) : service_(service) { connect(); }
 
   void connect() { connection_.emplace(service_); }
+
   SteppedClient& connection() { return *connection_; }
 
   TerminalRuntimeResponse ask(const TerminalRuntimeRequest& request) {
     for (int attempt = 0; attempt < 8; ++attempt) {
       connection_->send(request);
       std::optional<TerminalRuntimeResponse> answer;
-      service_.turnUntil([&] {
-        while (!answer || answer->id != request.id) {
-          if (!(answer = connection_->take())) break;
-        }
-        return answer.has_value() || connection_->isClosed();
-      });
+      service_.turnUntil(
+          [&] { return (answer = connection_->take(request.id)).has_value() || connection_->isClosed(); });
       if (answer) return *answer;
       connect();
     }

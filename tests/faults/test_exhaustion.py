@@ -3,10 +3,9 @@
 import os
 import resource
 import signal
-import subprocess
 import unittest
 
-from runtime_process import FAILURE_MESSAGE, IS_SANITIZED, RUNTIME, RuntimeCase, launch, wait_until
+from runtime_process import FAILURE_MESSAGE, IS_SANITIZED, RuntimeCase, launch, wait_until
 
 CAT = {"executable": "/bin/cat"}
 
@@ -48,11 +47,6 @@ class Exhaustion(RuntimeCase):
         self.assert_lives(client)
         signals = client.create("grep SigIgn /proc/self/status")
         self.assertRegex(signals.finish(), rb"SigIgn:\s0+\r\n")
-
-    def test_a_start_without_room_for_its_files_says_so(self):
-        ended = subprocess.run([RUNTIME, "--root", self.runtime.root], stderr=subprocess.PIPE, timeout=20,
-                               preexec_fn=lambda: resource.setrlimit(resource.RLIMIT_FSIZE, (0, 0)))
-        self.assertEqual((1, FAILURE_MESSAGE), (ended.returncode, ended.stderr))
 
     def test_what_the_launcher_ignored_or_closed_does_not_matter(self):
         def hostile():

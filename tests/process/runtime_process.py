@@ -1,17 +1,14 @@
 """Starts the real service in a root directory of its own and speaks raw JSON lines to it.
 
-Nothing here shares code with the service: requests are written and answers read as plain JSON, so
-that a mistake made alike in the service's encoder and decoder still shows. Every wait polls a
-condition under a generous deadline; a failing test prints the frames that went over the socket.
+Nothing here shares code with the service, so that a mistake made alike in its encoder and decoder still
+shows. Every wait polls under a generous deadline; a failing test prints the last frames.
 """
 
 import base64
 import json
 import os
 import pathlib
-import re
 import shutil
-import signal
 import socket
 import subprocess
 import sys
@@ -37,11 +34,6 @@ def new_id():
 
 def encode(data):
     return base64.b64encode(data).decode()
-
-
-def protocol_date():
-    """Now, in seconds since 2001-01-01 00:00:00 UTC."""
-    return time.time() - 978307200
 
 
 def launch(script=None, **changes):
@@ -133,8 +125,6 @@ class Client:
         while True:
             frame = self.frame()
             if frame["id"] == identifier.upper() and frame["action"] == action:
-                if "session" in frame:
-                    self.runtime.children.add(frame["session"]["pid"])
                 return frame
 
     def create(self, script=None, sessionID=None, **changes):
@@ -193,7 +183,7 @@ class Runtime:
         self.directory = tempfile.mkdtemp(prefix="vt", dir="/tmp")  # short: socket paths are
         self.root = os.path.join(self.directory, "root")
         self.capability = self.process = None
-        self.frames, self.clients, self.children = [], [], set()
+        self.frames, self.clients = [], []
 
     def note(self, direction, raw):
         shown = raw if len(raw) <= 600 else raw[:400] + b" ... %d bytes" % len(raw)
@@ -222,17 +212,9 @@ class Runtime:
         return pathlib.Path(self.directory, "errors").read_bytes()
 
     def kill(self):
-        """Ends children first, while the service still holds their process IDs."""
-        for pid in self.children:
-            try:
-                if os.getsid(pid) == pid:
-                    os.killpg(pid, signal.SIGKILL)
-            except (ProcessLookupError, PermissionError):
-                pass
         if self.process is not None:
             self.process.kill()
             self.process.wait()
-        self.children.clear()
 
     def close(self):
         if self.process is not None:
@@ -272,7 +254,3 @@ class RuntimeCase(unittest.TestCase):
         """A refusal carries its word, the features and the event head, and nothing else."""
         self.assertEqual((False, word), (reply["ok"], reply.get("error")))
         self.assertEqual(REQUIRED | {"error", "features", "eventHead"}, reply.keys())
-
-    def assert_capability(self, text):
-        one = "[0-9A-F]{8}(-[0-9A-F]{4}){3}-[0-9A-F]{12}"
-        self.assertTrue(re.fullmatch(one + one, text), text)

@@ -13,25 +13,20 @@ using Activity = TerminalAgentActivity;
 
 class AgentsAndAttention : public testing::Test {
  protected:
-  TerminalRuntimeResponse create(const std::string& script, const std::string& directory = "/",
-                                 const TerminalReminderPolicy& policy = {}) {
+  void create(const std::string& script, const TerminalReminderPolicy& policy = {}) {
     TerminalRuntimeRequest request = service.creation(script);
-    request.launch->directory = directory;
     request.launch->reminderPolicy = policy;
-    TerminalRuntimeResponse response = client.request(request);
-    if (response.session) session = *response.session;
-    return response;
+    session = client.request(request).session.value();
   }
   void pressReturn() { EXPECT_TRUE(client.request(service.typed(session, "\n")).ok); }
   TerminalRuntimeRequest make(Action action) const { return service.make(action, session); }
   TerminalRuntimeResponse ask(Action action) { return client.request(make(action)); }
-  void awaitCommands(std::size_t count) {
-    service.turnUntil([&] { return ask(Action::getAgentState).session->commands->size() == count; });
+  void awaitCommand() {
+    service.turnUntil([&] { return ask(Action::getAgentState).session->commands->size() == 1; });
   }
-  void bind(std::optional<Uuid> command = {}) {
+  void bind() {
     TerminalRuntimeRequest request = make(Action::bindAgent);
     request.agentKind = TerminalAgentKind::codex;
-    request.commandID = command;
     grant = client.request(request).agentGrant.value();
   }
   TerminalRuntimeRequest makeReport(Activity activity, std::optional<TerminalAgentBlockReason> block = {}) {
@@ -54,26 +49,11 @@ class AgentsAndAttention : public testing::Test {
     request.attentionVersion = item.version;
     return client.request(request);
   }
-  void subscribe() { EXPECT_TRUE(watcher.request(make(Action::subscribe)).ok); }
   std::string pushed() {
     service.turn();
     const std::optional<TerminalRuntimeResponse> push = watcher.take();
     return push ? textOf(*push) : "nothing";
   }
-  // The kinds of the events since the last call, but for output, which comes in chunks of any number.
-  std::string events() {
-    TerminalRuntimeRequest request = service.make(Action::readEvents);
-    request.eventAfter = eventHead;
-    const TerminalRuntimeResponse response = client.request(request);
-    eventHead = response.eventHead;
-    std::string text;
-    for (const auto& event : response.events->events) {
-      if (event.kind != TerminalSessionEventKind::outputChanged)
-        text += std::string(rawWord(event.kind)) + " ";
-    }
-    return text;
-  }
-
   // Marks of a shell as a script prints them, around "make" that ends with 2.
   const std::string start = "\\033]777;Velotide;start=6d616b65\\007";
   const std::string end = "\\033]777;Velotide;end=2\\007";
@@ -83,25 +63,22 @@ class AgentsAndAttention : public testing::Test {
   TerminalRuntimeSessionInfo session;
   TerminalAgentGrant grant;
   std::uint64_t sequence = 0;
-  std::optional<TerminalEventCursor> eventHead;
 };
 
 TEST_F(AgentsAndAttention, AReportReachesTheSubscriberInOneTurn) {
   create("exec sleep 30");
   bind();
-  subscribe();
-  events();
+  EXPECT_TRUE(watcher.request(make(Action::subscribe)).ok);
   client.send(makeReport(Activity::blocked, TerminalAgentBlockReason::approval));
   EXPECT_EQ(pushed(), "approval v1");
   EXPECT_EQ(textOf(client.take().value()), "approval v1");
-  EXPECT_EQ(events(), "agentChanged attentionCreated ");
 
   // What changes nothing but the times is a new revision and no news.
   const TerminalRuntimeResponse before = ask(Action::getAgentState);
   const TerminalRuntimeResponse again =
       client.request(makeReport(Activity::blocked, TerminalAgentBlockReason::approval));
   EXPECT_EQ(again.session->revision, before.session->revision + 1);
-  EXPECT_EQ(events() + pushed(), "nothing");
+  EXPECT_EQ(pushed(), "nothing");
 
   EXPECT_EQ(textOf(acknowledge(before.attention->front())), "approval v2");
   EXPECT_EQ(pushed(), "approval v2");
@@ -111,19 +88,17 @@ TEST_F(AgentsAndAttention, AReportReachesTheSubscriberInOneTurn) {
   client.connect();
   EXPECT_EQ(textOf(client.request(makeReport(Activity::working))), "");
   EXPECT_EQ(pushed(), "");
-  EXPECT_EQ(events(), "attentionUpdated agentChanged attentionUpdated agentChanged attentionResolved ");
   client.request(makeReport(Activity::idle));
   EXPECT_EQ(pushed(), "") << "news of the agent alone";
   EXPECT_EQ(pushed(), "nothing");
 }
 
 TEST_F(AgentsAndAttention, TheEndOfTheChildEndsItsAgentAndItsDescriptor) {
-  create("printf '" + start + "'; read go", "/", {.processExits = true});
-  awaitCommands(1);
+  create("printf '" + start + "'; read go", {.processExits = true});
+  awaitCommand();
   bind();
   const std::filesystem::path contexts = service.root() + "/native-tools/native-agent-contexts";
   EXPECT_FALSE(std::filesystem::is_empty(contexts));
-  events();
   pressReturn();
   service.turnUntil([&] {
     const auto& now = ask(Action::getAgentState).session;
@@ -133,54 +108,28 @@ TEST_F(AgentsAndAttention, TheEndOfTheChildEndsItsAgentAndItsDescriptor) {
   EXPECT_EQ(ask(Action::getAgentState).session->agent->activity, Activity::exited);
   EXPECT_EQ(client.request(makeReport(Activity::working)).error, "unavailable");
   EXPECT_EQ(textOf(ask(Action::listAttention)), "processExited v1");
-  EXPECT_NE(events().find("agentChanged processExited attentionCreated "), std::string::npos);
   EXPECT_TRUE(client.request(make(Action::close)).ok);
-  EXPECT_EQ(events(), "closed attentionResolved ");
+  EXPECT_EQ(textOf(client.request(service.make(Action::listAttention))), "");
 }
 
-TEST_F(AgentsAndAttention, CommandsAndBellsLeaveReminders) {
+TEST_F(AgentsAndAttention, CommandsAndBellsLeaveRemindersInTheirSession) {
+  create("exec sleep 30");
+  const TerminalRuntimeRequest elsewhere = make(Action::listAttention);
   create("printf '" + start + "'; read go; printf '\\007\\007" + end + "'; exec sleep 30");
-  awaitCommands(1);
+  awaitCommand();
   service.clock.advance(5);
-  events();
   pressReturn();
   service.turnUntil([&] { return textOf(ask(Action::listAttention)) == "bell v1, commandFailed v1"; });
-  const TerminalRuntimeResponse listed = ask(Action::listAttention);
+  const TerminalRuntimeResponse listed = client.request(service.make(Action::listAttention));
   EXPECT_EQ(listed.attention->front().terminal->occurrences, 2);
   EXPECT_EQ(listed.attention->front().terminal->eventID, session.generation);
   EXPECT_EQ(listed.attention->back().terminal->exitCode, 2);
-  EXPECT_EQ(listed.attention->back().terminal->commandID,
-            ask(Action::getAgentState).session->commands->front().id);
-  EXPECT_TRUE(events().ends_with("attentionCreated commandFinished attentionCreated "));
+  const TerminalRuntimeResponse state = ask(Action::getAgentState);
+  EXPECT_EQ(listed.attention->back().terminal->commandID, state.session->commands->front().id);
+  for (const auto& one : {state, ask(Action::read), ask(Action::subscribe)})
+    EXPECT_EQ(textOf(one), textOf(listed));
+  EXPECT_EQ(textOf(client.request(elsewhere)), "");
   EXPECT_EQ(textOf(acknowledge(listed.attention->front())), "commandFailed v1");
-}
-
-TEST_F(AgentsAndAttention, NoticesKeepToTheirSession) {
-  create("printf '" + start + "'; read go; printf '\\007" + end + start + "'; exec sleep 30");
-  awaitCommands(1);
-  bind(ask(Action::getAgentState).session->commands->front().id);
-  client.request(makeReport(Activity::blocked, TerminalAgentBlockReason::question));
-  const TerminalRuntimeSessionInfo asking = session;
-
-  create("read go; printf '\\007'");
-  pressReturn();
-  service.turnUntil([&] { return !ask(Action::getAgentState).session->running; });
-  subscribe();
-  EXPECT_EQ(textOf(ask(Action::getAgentState)) + ", " + textOf(ask(Action::read)), "bell v1, bell v1");
-  EXPECT_EQ(textOf(ask(Action::listAttention)), "bell v1");
-  EXPECT_EQ(textOf(client.request(service.make(Action::listAttention))), "question v1, bell v1");
-
-  // The agent's bell is its question; the end of the command that carries the agent ends both.
-  session = asking;
-  events();
-  pressReturn();
-  awaitCommands(2);
-  EXPECT_EQ(events(), "commandFinished agentChanged attentionResolved commandStarted ");
-  EXPECT_EQ(ask(Action::getAgentState).session->agent->reason, TerminalAgentReason::commandEnded);
-  EXPECT_EQ(textOf(ask(Action::listAttention)), "");
-  EXPECT_TRUE(ask(Action::close).ok);
-  EXPECT_EQ(events(), "commandFinished closed ");
-  EXPECT_TRUE(std::filesystem::is_empty(service.root() + "/native-tools/native-agent-contexts"));
 }
 
 }  // namespace

@@ -19,12 +19,6 @@ class Deadlines : public testing::Test {
   TerminalRuntimeSessionInfo create(const std::string& script) {
     return ask(service.creation(script)).session.value();
   }
-  // Of a program that echoes nothing.
-  TerminalRuntimeSessionInfo createSilent() {
-    const auto session = create("stty raw -echo; printf ready; exec sleep 30");
-    service.turnUntil([&] { return ask(service.make(Action::read, session)).latestOffset == 5U; });
-    return session;
-  }
   std::vector<TerminalRuntimeDisconnectDiagnostic> disconnects() {
     return ask(service.make(Action::diagnostics)).disconnects.value();
   }
@@ -55,24 +49,21 @@ TEST_F(Deadlines, AnIdleClientIsDroppedAfterFiveSecondsWithoutADiagnostic) {
 
 TEST_F(Deadlines, ASubscriberHearsSomethingEveryFifteenSeconds) {
   SteppedClient client(service);
-  const auto session = create("cat");
-  const auto subscribed = client.request(service.make(Action::subscribe, session));
+  const auto subscribed = client.request(service.make(Action::subscribe, create("cat")));
   clock.advance(14.9);
   service.turn(2);
   EXPECT_FALSE(client.take());
   clock.advance(0.1);
   const auto push = client.next();
   EXPECT_EQ(push.id, subscribed.id);
-  EXPECT_TRUE(push.data && push.data->empty());
-  EXPECT_EQ(push.cursor, subscribed.cursor);
-  EXPECT_TRUE(push.session);
-  EXPECT_FALSE(push.features);
+  EXPECT_TRUE(push.session && push.data && push.data->empty());
   service.turn(5);
   EXPECT_FALSE(client.take()) << "one heartbeat, not one a turn";
 }
 
 TEST_F(Deadlines, AnAnswerWaitsOneTurnForItsEchoWhereTheEchoIsFollowed) {
-  auto session = createSilent();
+  auto session = create("stty raw -echo; printf ready; exec sleep 30");
+  service.turnUntil([&] { return ask(service.make(Action::read, session)).latestOffset == 5U; });
   SteppedClient follower(service);
   SteppedClient other(service);
   ASSERT_TRUE(follower.request(service.make(Action::subscribe, session)).ok);
@@ -84,30 +75,6 @@ TEST_F(Deadlines, AnAnswerWaitsOneTurnForItsEchoWhereTheEchoIsFollowed) {
     EXPECT_EQ(client->take().has_value(), client == &follower);
     ++session.nextInputSequence;
   }
-}
-
-TEST_F(Deadlines, OtherTerminalsWaitForAnEchoButNotAfterOneThatDidNotCome) {
-  auto silent = createSilent();
-  SteppedClient typist(service);
-  SteppedClient watcher(service);
-  ASSERT_TRUE(typist.request(service.make(Action::subscribe, silent)).ok);
-  ASSERT_TRUE(watcher.request(service.make(Action::subscribe, create("exec yes"))).ok);
-  watcher.next();
-  // Whether the other terminal was read in the turn after the one that took the input.
-  const auto goesOn = [&] {
-    typist.send(service.typed(silent, "x"));
-    ++silent.nextInputSequence;
-    service.turn();
-    while (watcher.take()) {
-    }
-    std::this_thread::sleep_for(std::chrono::milliseconds(10));  // until it is full again
-    service.turn();
-    return watcher.take().has_value();
-  };
-  EXPECT_FALSE(goesOn());
-  EXPECT_TRUE(goesOn());
-  clock.advance(0.2);
-  EXPECT_FALSE(goesOn());
 }
 
 TEST_F(Deadlines, AStreamOfInputKeepsNoOtherTerminalWaiting) {
@@ -123,8 +90,7 @@ TEST_F(Deadlines, AStreamOfInputKeepsNoOtherTerminalWaiting) {
     std::this_thread::sleep_for(std::chrono::milliseconds(1));  // until both are full again
     clock.advance(0.0001);
     service.turn();
-    while (typist.take()) {
-    }
+    while (typist.take()) continue;
     while (watcher.take()) ++pushes;
   }
   EXPECT_GE(pushes, 5);
@@ -142,9 +108,7 @@ TEST_F(Deadlines, AClientThatTakesNothingIsCutOffAndASubscriberLater) {
     for (int each = 0; each < times; ++each) client.send(asked);
     service.turn(30);
     const std::size_t before = disconnects().size();
-    clock.advance(seconds - 1);
-    service.turn(2);
-    clock.advance(0.5);
+    clock.advance(seconds - 0.5);
     service.turn(2);
     EXPECT_EQ(disconnects().size(), before);
     clock.advance(1);
@@ -164,14 +128,12 @@ TEST_F(Deadlines, ALeaseLapsesAfterTwoMinutesUnlessItIsRenewed) {
   auto acquire = service.make(Action::acquireControl, session);
   acquire.owner = "agent";
   session = ask(acquire).session.value();
-  EXPECT_EQ(session.controlOwner, "agent");
-
   clock.advance(119);
   auto input = service.typed(session, "x");
   input.source = TerminalRuntimeInputSource::ai;
   input.owner = "agent";
   const auto renewed = ask(input);
-  ASSERT_TRUE(renewed.ok) << *renewed.error;
+  ASSERT_TRUE(renewed.ok);
   EXPECT_EQ(renewed.session->controlExpiresAt, clock.date() + 120) << "an agent's input renews its lease";
 
   clock.advance(119.9);

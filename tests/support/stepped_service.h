@@ -2,9 +2,11 @@
 
 #include <sys/socket.h>
 
+#include <algorithm>
 #include <chrono>
 #include <deque>
 #include <fstream>
+#include <iterator>
 #include <optional>
 #include <stdexcept>
 #include <string>
@@ -78,15 +80,9 @@ class SteppedService {
   virtual bool pass(int milliseconds) { return server_->turn(milliseconds); }
 
  private:
-  std::string readCapability() const {
-    std::string token;
-    std::ifstream(root() + "/ui-capability") >> token;
-    return token;
-  }
-
   TemporaryDirectory directory_;
   std::optional<RuntimeServer> server_{std::in_place, root(), clock};
-  std::string capability_ = readCapability();
+  std::string capability_{std::istreambuf_iterator(std::ifstream(root() + "/ui-capability").rdbuf()), {}};
   bool running_ = true;
 };
 
@@ -110,38 +106,28 @@ class SteppedClient {
     sendRaw(frame.text());
   }
   void sendRaw(std::string_view text) { platform::sendQuietly(socket_.get(), bytesOf(text)); }
-  // The answer; pushes that come before it wait for takePush.
+  // The answer; what else arrived waits to be taken.
   TerminalRuntimeResponse request(const TerminalRuntimeRequest& request) {
     send(request);
-    std::optional<TerminalRuntimeResponse> answer;
-    service_.turnUntil([&] {
-      while (!answer && receive()) {
-        if (received_.back().id != request.id) continue;
-        answer = std::move(received_.back());
-        received_.pop_back();
-      }
-      return answer.has_value();
-    });
-    return *answer;
+    return next(request.id);
   }
-  // The next push.
-  TerminalRuntimeResponse next() {
-    std::optional<TerminalRuntimeResponse> push;
-    service_.turnUntil([&] { return (push = take()).has_value(); });
-    return *push;
+  TerminalRuntimeResponse next(const std::optional<Uuid>& id = {}) {
+    std::optional<TerminalRuntimeResponse> found;
+    service_.turnUntil([&] { return (found = take(id)).has_value(); });
+    return *found;
+  }
+  // What arrived first and was not taken yet, of all or of what has this ID.
+  std::optional<TerminalRuntimeResponse> take(const std::optional<Uuid>& id = {}) {
+    while (receive()) continue;
+    const auto found = std::ranges::find_if(received_, [&](const auto& one) { return !id || one.id == *id; });
+    if (found == received_.end()) return std::nullopt;
+    std::optional taken = std::move(*found);
+    received_.erase(found);
+    return taken;
   }
   bool isClosed() {
-    take();
+    while (receive()) continue;
     return closed_;
-  }
-  // What has arrived by now and was not taken yet.
-  std::optional<TerminalRuntimeResponse> take() {
-    while (receive()) {
-    }
-    if (received_.empty()) return std::nullopt;
-    TerminalRuntimeResponse first = std::move(received_.front());
-    received_.pop_front();
-    return first;
   }
 
  private:
