@@ -5,17 +5,26 @@
 
 #include <rapidjson/internal/strtod.h>
 
+#include <cstdint>
+#include <cstdlib>
+#include <string>
+
 namespace rapidjson::internal {
 
-// The library makes another number of zero with a large exponent, as in 0e88. `value`: the digits alone.
-inline double strtodWithZero(double value, int p, const char* decimals, size_t length, size_t decimalPosition,
-                             int exp) {
-  return value == 0 ? value : StrtodFullPrecision(value, p, decimals, length, decimalPosition, exp);
+// The library's own makes other numbers of zero with a large exponent, of digits that round up to 2^64 and of
+// what is larger than every number.
+inline double strtodExact(double value, int p, const char* digits, size_t length, size_t decimalPosition,
+                          int exp) {
+  double result;
+  if (StrtodFast(value, p, &result)) return result;
+  const std::int64_t scale =
+      exp + static_cast<std::int64_t>(decimalPosition) - static_cast<std::int64_t>(length);
+  return std::strtod((std::string(digits, length) + 'e' + std::to_string(scale)).c_str(), nullptr);
 }
 
 }  // namespace rapidjson::internal
 
-#define StrtodFullPrecision strtodWithZero
+#define StrtodFullPrecision strtodExact
 #include <rapidjson/reader.h>
 #undef StrtodFullPrecision
 #include <rapidjson/writer.h>
@@ -24,7 +33,6 @@ inline double strtodWithZero(double value, int p, const char* decimals, size_t l
 #include <algorithm>
 #include <cmath>
 #include <cstring>
-#include <string>
 
 #include "base/base64.h"
 #include "base/json_document.h"
@@ -157,7 +165,7 @@ struct TokenSink {
     return push(JsonToken::Kind::integer).integer = value, true;
   }
   bool Uint64(std::uint64_t value) { return push(JsonToken::Kind::natural).natural = value, true; }
-  bool Double(double value) { return push(JsonToken::Kind::real).real = value, true; }
+  bool Double(double value) { return push(JsonToken::Kind::real).real = value, std::isfinite(value); }
   bool RawNumber(const char*, rapidjson::SizeType, bool) { return false; }
   bool String(const char* text, rapidjson::SizeType length, bool) {
     return addText(JsonToken::Kind::text, {text, length});

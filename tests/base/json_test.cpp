@@ -122,6 +122,19 @@ TEST(StrictDecoding, AcceptsOrRefuses) {
     EXPECT_FALSE(decoded<Tree>(tree(field))) << field;
 }
 
+TEST(StrictDecoding, ReadsEveryNumberExactly) {
+  for (const char* number :
+       {"0.1", "0e88", "786543210.1234567", "2.2250738585072011e-308", "5e-324", "1e-400",
+        "1.7976931348623157e308", "18446744073709551615.7",
+        "0.00000000000000000000000018446744073709551615516", "1.8446744073709551615999e5"})
+    EXPECT_EQ(decoded<Tree>(tree("\"real\":" + std::string(number)))->real, std::strtod(number, nullptr))
+        << number;
+  const std::string sevens = "0." + std::string(100000, '7');
+  EXPECT_EQ(decoded<Tree>(tree("\"real\":" + sevens))->real, 7.0 / 9);
+  for (const char* number : {"9e308", "1.7976931348623159e308", "99999999999e300", "1e309"})
+    EXPECT_FALSE(decoded<Tree>(tree("\"real\":" + std::string(number)))) << number;
+}
+
 TEST(JsonDocument, DepthCostsNoStack) {
   EXPECT_FALSE(decoded<Tree>(std::string(131072, '[')));
   EXPECT_TRUE(decoded<Tree>(tree("\"x\":" + std::string(60000, '[') + std::string(60000, ']'))));
