@@ -45,7 +45,8 @@ extern "C" int LLVMFuzzerTestOneInput(const std::uint8_t* data, std::size_t size
   std::size_t counts[outputInsightKindCount] = {};
   for (const auto& insight : insights) {
     require(++counts[static_cast<std::size_t>(insight.kind)] <= Analyzer::maximumInsightsPerKind);
-    require(isUtf8(insight.value) && isUtf8(insight.line) && trimmed(insight.line) == insight.line);
+    require(isValidUtf8(bytesOf(insight.value)) && isValidUtf8(bytesOf(insight.line)) &&
+            trimmed(insight.line) == insight.line);
   }
   const auto summary = Analyzer::outputSummary(text);
   require(summary.has_value() == !insights.empty());

@@ -1,6 +1,6 @@
+#include "base/utf8.h"
 #include "chunks.h"
 #include "commands/shell_integration_parser.h"
-#include "commands/unicode_text.h"
 
 using namespace velotide;
 
@@ -35,7 +35,8 @@ class PlainModel {
       if (end - begin <= maximumBytes) {
         const std::string payload = buffer_.substr(begin, end - begin);
         const auto event = parseShellIntegrationPayload(payload);
-        if (event && isUtf8(payload)) events.push_back({*event, bufferOffset_ + at, bufferOffset_ + behind});
+        if (event && isValidUtf8(bytesOf(payload)))
+          events.push_back({*event, bufferOffset_ + at, bufferOffset_ + behind});
       }
       drop(behind);
     }

@@ -4,7 +4,7 @@
 
 #include <string_view>
 
-#include "base/unicode_scalar.h"
+#include "base/utf8.h"
 
 namespace velotide {
 

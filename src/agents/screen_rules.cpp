@@ -11,7 +11,7 @@
 
 #include "base/fatal.h"
 #include "base/record.h"
-#include "base/unicode_scalar.h"
+#include "base/utf8.h"
 
 namespace velotide {
 
@@ -24,11 +24,8 @@ constexpr std::array declineOptions = {"2. No", "3. No", "2. 否", "3. 否"};
 constexpr std::array approvalQuestions = {"Do you want to proceed?",
                                           "Would you like to run the following command?", "是否继续？"};
 constexpr std::array informationArguments = {"--help", "--version", "-h"};
+// What a shell takes for one.
 constexpr std::string_view commandSeparators = ";|&`$\n";
-
-bool isAscii(std::string_view text) {
-  return std::all_of(text.begin(), text.end(), [](char byte) { return (byte & 0x80) == 0; });
-}
 
 // The last bytes of a text, from the start of a code point on.
 std::string_view lastBytes(std::string_view text, std::size_t count) {
@@ -76,14 +73,6 @@ std::size_t startOfLine(std::string_view text, std::size_t end) {
   return 0;
 }
 
-bool isWhiteSpace(char32_t scalar) { return u_isUWhiteSpace(static_cast<UChar32>(scalar)); }
-
-std::string_view trimmed(std::string_view text) {
-  for (std::string_view rest = text; !rest.empty() && isWhiteSpace(takeFirstScalar(rest));) text = rest;
-  for (std::string_view rest = text; !rest.empty() && isWhiteSpace(takeLastScalar(rest));) text = rest;
-  return text;
-}
-
 // Whether a text begins with the characters of `prefix`: an accent behind it would make its last
 // character another one.
 bool beginsWith(std::string_view text, std::string_view prefix) {
@@ -97,16 +86,6 @@ bool beginsWith(std::string_view text, std::string_view prefix) {
 
 bool isOneOf(const auto& table, std::string_view text) {
   return std::find(table.begin(), table.end(), text) != table.end();
-}
-
-// The next word of `text`, which loses it; empty at its end.
-std::string_view takeWord(std::string_view& text) {
-  text = trimmed(text);
-  std::string_view behind = text;
-  for (std::string_view rest = text; !rest.empty() && !isWhiteSpace(takeFirstScalar(rest));) behind = rest;
-  const std::string_view word = text.substr(0, text.size() - behind.size());
-  text.remove_prefix(word.size());
-  return word;
 }
 
 }  // namespace

@@ -20,18 +20,6 @@ RuntimeNativeResponse responseTo(const std::string& id, std::string_view action,
   return response;
 }
 
-std::string wordOf(TerminalEventReadError error) {
-  switch (error) {
-    case TerminalEventReadError::appRestarted:
-      return "app_restarted";
-    case TerminalEventReadError::cursorExpired:
-      return "cursor_expired";
-    case TerminalEventReadError::futureCursor:
-      return "future_cursor";
-  }
-  return "invalid_request";
-}
-
 // One request on its way to its answer.
 class Performance {
  public:
@@ -39,8 +27,8 @@ class Performance {
               Date now)
       : request_(request), targets_(targets), sessions_(sessions), now_(now) {}
 
-  // Fills in the answer; false when there is none yet. Throws what becomes an error word.
-  bool perform(RuntimeNativeResponse& response) {
+  // Fills in the answer; a wait's comes later. Throws what becomes an error word.
+  void perform(RuntimeNativeResponse& response) {
     const auto action = fromRawWord<RuntimeNativeAction>(request_.action);
     if (!action) {
       runningSession();
@@ -48,23 +36,23 @@ class Performance {
     }
     switch (*action) {
       case RuntimeNativeAction::listAttention:
-        return listAttention(response), true;
+        return listAttention(response);
       case RuntimeNativeAction::getAgentState:
-        return response.agent = sessions_.agent(session()), true;
+        response.agent = sessions_.agent(session());
+        return;
       case RuntimeNativeAction::readSessionEvents:
-        return readEvents(response), true;
+        return readEvents(response);
       case RuntimeNativeAction::waitSession:
-        return beginWait(), false;
+        return beginWait();
       case RuntimeNativeAction::cancelWait:
-        return cancelWait(), true;
+        return cancelWait();
       case RuntimeNativeAction::cancelAllWaits:
-        return waitsOfOwner().cancelAll(*request_.controlID, now_), true;
+        return waitsOfOwner().cancelAll(*request_.controlID, now_);
       case RuntimeNativeAction::bindNativeAgent:
-        return bindAgent(response), true;
+        return bindAgent(response);
       case RuntimeNativeAction::reportAgentState:
-        return reportAgent(response), true;
+        return reportAgent(response);
     }
-    return true;
   }
 
  private:
@@ -149,14 +137,15 @@ std::optional<RuntimeNativeResponse> performRequest(const RuntimeNativeRequest& 
   std::string error;
   try {
     RuntimeNativeResponse response = base;
-    if (!Performance(request, targets, sessions, now).perform(response)) return std::nullopt;
+    Performance(request, targets, sessions, now).perform(response);
+    if (request.action == rawWord(RuntimeNativeAction::waitSession)) return std::nullopt;
     return response;
   } catch (const Failure<AgentError>& failure) {
     error = rawWord(failure.word);
   } catch (const Failure<TerminalWaitError>& failure) {
     error = rawWord(failure.word);
   } catch (const Failure<TerminalEventReadError>& failure) {
-    error = wordOf(failure.word);
+    error = rawWord(failure.word);
   } catch (const std::exception&) {
     error = "invalid_request";
   }

@@ -2,7 +2,7 @@
 
 #include <unicode/uchar.h>
 
-#include "base/unicode_scalar.h"
+#include "base/utf8.h"
 
 namespace velotide::client {
 

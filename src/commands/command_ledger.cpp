@@ -101,20 +101,23 @@ void TerminalRuntimeCommandLedger::releaseOutput() {
   }
 }
 
-const TerminalRuntimeCommandLedger::Evidence* TerminalRuntimeCommandLedger::evidence(
-    const Uuid& commandID) const {
+std::optional<std::size_t> TerminalRuntimeCommandLedger::indexOf(const Uuid& commandID) const {
   // Asked for the latest almost always.
   for (std::size_t index = commands_.size(); index-- > 0;) {
-    if (commands_[index].id == commandID) return &evidence_[index];
+    if (commands_[index].id == commandID) return index;
   }
-  return nullptr;
+  return std::nullopt;
+}
+
+const TerminalRuntimeCommandLedger::Evidence* TerminalRuntimeCommandLedger::evidence(
+    const Uuid& commandID) const {
+  const std::optional<std::size_t> index = indexOf(commandID);
+  return index ? &evidence_[*index] : nullptr;
 }
 
 const TerminalRuntimeCommandInfo* TerminalRuntimeCommandLedger::find(const Uuid& commandID) const {
-  const auto found =
-      std::find_if(commands_.rbegin(), commands_.rend(),
-                   [&](const TerminalRuntimeCommandInfo& command) { return command.id == commandID; });
-  return found == commands_.rend() ? nullptr : &*found;
+  const std::optional<std::size_t> index = indexOf(commandID);
+  return index ? &commands_[*index] : nullptr;
 }
 
 }  // namespace velotide

@@ -61,6 +61,7 @@ class TerminalRuntimeCommandLedger {
                                           const Uuid& generation, Date now);
   void appendOutput(ByteView bytes);
   void releaseOutput();
+  std::optional<std::size_t> indexOf(const Uuid& commandID) const;
 
   std::deque<TerminalRuntimeCommandInfo> commands_;
   std::deque<Evidence> evidence_;  // of each command, at its index

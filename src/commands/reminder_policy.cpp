@@ -4,7 +4,7 @@
 #include <array>
 #include <cmath>
 
-#include "commands/unicode_text.h"
+#include "base/utf8.h"
 
 namespace velotide {
 
@@ -38,14 +38,6 @@ bool TerminalReminderPolicy::allowsCommand(TerminalCommandLifecycleState state, 
 }
 
 namespace {
-
-// Takes the first word off the front of `text`; empty when none is left.
-std::string_view takeWord(std::string_view& text) {
-  text = trimmed(text);
-  const std::string_view word = firstWord(text);
-  text.remove_prefix(word.size());
-  return word;
-}
 
 std::string_view lastPathComponent(std::string_view path) {
   const std::size_t end = path.find_last_not_of('/');

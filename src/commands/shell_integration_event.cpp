@@ -3,7 +3,7 @@
 #include <array>
 #include <charconv>
 
-#include "commands/unicode_text.h"
+#include "base/utf8.h"
 
 namespace velotide {
 
@@ -27,7 +27,7 @@ std::optional<std::string> decodeHexText(std::string_view field) {
     if (high < 0 || low < 0) return std::nullopt;
     text[index] = static_cast<char>(high * 16 + low);
   }
-  if (!isUtf8(text)) return std::nullopt;
+  if (!isValidUtf8(bytesOf(text))) return std::nullopt;
   return text;
 }
 

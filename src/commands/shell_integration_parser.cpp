@@ -4,7 +4,7 @@
 #include <cstring>
 #include <string_view>
 
-#include "commands/unicode_text.h"
+#include "base/utf8.h"
 
 namespace velotide {
 
@@ -59,7 +59,7 @@ Terminator findTerminator(ByteView bytes, std::size_t from) {
 
 void report(ByteView payload, std::uint64_t startOffset, std::uint64_t endOffset,
             std::vector<TerminalLocatedShellEvent>& events) {
-  if (payload.size() > maximumPayloadBytes || !isUtf8(textOf(payload))) return;
+  if (payload.size() > maximumPayloadBytes || !isValidUtf8(payload)) return;
   if (auto event = parseShellIntegrationPayload(textOf(payload))) {
     events.push_back({std::move(*event), startOffset, endOffset});
   }

@@ -1,52 +1,30 @@
 #include "commands/unicode_text.h"
 
 #include <unicode/brkiter.h>
-#include <unicode/uchar.h>
 #include <unicode/ustring.h>
+#include <unicode/utext.h>
 #include <unicode/utf16.h>
-#include <unicode/utf8.h>
 
 #include <algorithm>
 #include <cstdint>
 #include <memory>
-#include <type_traits>
 
 namespace velotide {
 
 namespace {
 
-template <typename Unit>
-bool isAscii(std::basic_string_view<Unit> text) {
-  using Bits = std::make_unsigned_t<Unit>;
-  Bits bits = 0;
-  for (const Unit unit : text) bits = static_cast<Bits>(bits | static_cast<Bits>(unit));
-  return bits < 0x80;
-}
-
 std::int32_t length(auto text) { return static_cast<std::int32_t>(text.size()); }
 
 }  // namespace
-
-bool isWhiteSpace(char32_t character) {
-  if (character < 0x80) return character == ' ' || (character >= '\t' && character <= '\r');
-  return u_isUWhiteSpace(static_cast<UChar32>(character)) != 0;
-}
 
 bool isNewline(char16_t unit) {
   return (unit >= u'\n' && unit <= u'\r') || unit == 0x85 || unit == 0x2028 || unit == 0x2029;
 }
 
-bool isAscii(std::u16string_view text) { return isAscii<char16_t>(text); }
-
-bool isUtf8(std::string_view text) {
-  if (isAscii(text)) return true;
-  const auto* bytes = reinterpret_cast<const std::uint8_t*>(text.data());
-  for (std::int32_t at = 0; at < length(text);) {
-    UChar32 character;
-    U8_NEXT(bytes, at, length(text), character);
-    if (character < 0) return false;
-  }
-  return true;
+bool isAscii(std::u16string_view text) {
+  char16_t bits = 0;
+  for (const char16_t unit : text) bits = static_cast<char16_t>(bits | unit);
+  return bits < 0x80;
 }
 
 std::u16string toUtf16(std::string_view text) {
@@ -70,37 +48,10 @@ std::string toUtf8(std::u16string_view text) {
   return narrow;
 }
 
-std::string_view trimmed(std::string_view text) {
-  const auto* bytes = reinterpret_cast<const std::uint8_t*>(text.data());
-  std::int32_t begin = 0;
-  std::int32_t end = length(text);
-  UChar32 character;
-  for (std::int32_t next = begin; begin < end; begin = next) {
-    U8_NEXT(bytes, next, end, character);
-    if (character < 0 || !isWhiteSpace(static_cast<char32_t>(character))) break;
-  }
-  for (std::int32_t previous = end; end > begin; end = previous) {
-    U8_PREV(bytes, begin, previous, character);
-    if (character < 0 || !isWhiteSpace(static_cast<char32_t>(character))) break;
-  }
-  return text.substr(static_cast<std::size_t>(begin), static_cast<std::size_t>(end - begin));
-}
-
 std::u16string_view trimmed(std::u16string_view text) {
   while (!text.empty() && isWhiteSpace(text.front())) text.remove_prefix(1);
   while (!text.empty() && isWhiteSpace(text.back())) text.remove_suffix(1);
   return text;
-}
-
-std::string_view firstWord(std::string_view text) {
-  const auto* bytes = reinterpret_cast<const std::uint8_t*>(text.data());
-  std::int32_t end = 0;
-  UChar32 character;
-  for (std::int32_t next = 0; end < length(text); end = next) {
-    U8_NEXT(bytes, next, length(text), character);
-    if (character >= 0 && isWhiteSpace(static_cast<char32_t>(character))) break;
-  }
-  return text.substr(0, static_cast<std::size_t>(end));
 }
 
 void lowerCase(std::u16string_view text, std::u16string& lower) {
@@ -127,7 +78,10 @@ std::u16string_view firstCharacters(std::u16string_view text, std::size_t count)
   thread_local const std::unique_ptr<icu::BreakIterator> characters(
       icu::BreakIterator::createCharacterInstance(icu::Locale::getRoot(), status));
   if (!characters) return text.substr(0, count);
-  characters->setText(icu::UnicodeString(false, text.data(), length(text)));
+  UText* view = utext_openUChars(nullptr, text.data(), length(text), &status);
+  if (U_SUCCESS(status)) characters->setText(view, status);
+  utext_close(view);
+  if (U_FAILURE(status)) return text.substr(0, count);
   const std::int32_t end = characters->next(static_cast<std::int32_t>(count));
   return end == icu::BreakIterator::DONE ? text : text.substr(0, static_cast<std::size_t>(end));
 }

@@ -4,25 +4,21 @@
 #include <string>
 #include <string_view>
 
-// Text in its two forms: UTF-8 as it travels, UTF-16 as the matchers read it.
+#include "base/utf8.h"
+
+// Text as the matchers read it: UTF-16.
 namespace velotide {
 
-// Unicode white space, line ends included.
-bool isWhiteSpace(char32_t character);
 // Line feed, vertical tab, form feed, carriage return, next line, line and paragraph separator.
 bool isNewline(char16_t unit);
 
 bool isAscii(std::u16string_view text);
-bool isUtf8(std::string_view text);
 // Each invalid sequence becomes U+FFFD.
 std::u16string toUtf16(std::string_view text);
 std::string toUtf8(std::u16string_view text);
 
 // Without the white space at both ends.
-std::string_view trimmed(std::string_view text);
 std::u16string_view trimmed(std::u16string_view text);
-// What stands before the first white space.
-std::string_view firstWord(std::string_view text);
 
 // Lower case independent of any language; written over `lower`, so that its memory serves again.
 void lowerCase(std::u16string_view text, std::u16string& lower);

@@ -11,7 +11,7 @@ TerminalSessionEventStore::TerminalSessionEventStore(const Uuid& appEpoch, std::
     : appEpoch_(appEpoch), capacity_(static_cast<std::size_t>(std::max<std::int64_t>(capacity, 1))) {}
 
 void TerminalSessionEventStore::publish(const Uuid& tabID, TerminalSessionEventKind kind, Date now,
-                                        TerminalEventDetails details) {
+                                        TerminalEventDetails details) noexcept {
   increment(sequence_);
   TerminalSessionEvent event{cursor(),
                              tabID,

@@ -45,7 +45,10 @@ class TerminalSessionEventStore {
   // The position behind the newest event.
   TerminalEventCursor cursor() const { return {appEpoch_, sequence_}; }
 
-  void publish(const Uuid& tabID, TerminalSessionEventKind kind, Date now, TerminalEventDetails details = {});
+  // Nothing can fail it: an observer that throws, for want of memory, ends the process instead of leaving
+  // others untold.
+  void publish(const Uuid& tabID, TerminalSessionEventKind kind, Date now,
+               TerminalEventDetails details = {}) noexcept;
 
   // The registration that removeObserver takes; removing an unknown one does nothing. An observer removed
   // during a delivery may still get the event that is being delivered.

@@ -105,7 +105,10 @@ struct TerminalRegisteredSessionSnapshot {
   }
 };
 
-// Why a read of the log failed; thrown as Failure. Each door to the log has its own words for these.
+// Why a read of the log failed; thrown as Failure.
 enum class TerminalEventReadError { appRestarted, cursorExpired, futureCursor };
+constexpr auto rawWords(TerminalEventReadError) {
+  return std::array{"app_restarted", "cursor_expired", "future_cursor"};
+}
 
 }  // namespace velotide

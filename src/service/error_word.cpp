@@ -26,18 +26,6 @@ std::string word(TerminalRuntimeOutputError error) {
   fatal("an output error of no kind");
 }
 
-std::string word(TerminalEventReadError error) {
-  switch (error) {
-    case TerminalEventReadError::appRestarted:
-      return "app_restarted";
-    case TerminalEventReadError::cursorExpired:
-      return "cursor_expired";
-    case TerminalEventReadError::futureCursor:
-      return "future_cursor";
-  }
-  fatal("an event read error of no kind");
-}
-
 }  // namespace
 
 std::string errorWordOfCurrentFailure() {
@@ -48,7 +36,7 @@ std::string errorWordOfCurrentFailure() {
   } catch (const Failure<TerminalRuntimeOutputError>& failure) {
     return word(failure.word);
   } catch (const Failure<TerminalEventReadError>& failure) {
-    return word(failure.word);
+    return std::string(rawWord(failure.word));
   } catch (const Failure<TerminalAttentionMutationError>& failure) {
     return std::string(rawWord(failure.word));
   } catch (const Failure<TerminalAgentReportError>& failure) {

@@ -2,6 +2,7 @@
 
 #include <gtest/gtest.h>
 
+#include <new>
 #include <string>
 
 #include "base/failure.h"
@@ -46,6 +47,11 @@ TEST_F(EventLog, PagesWithoutHolesOrRepetitionWithinItsLimits) {
   EXPECT_FALSE(batch.hasMore);
   EXPECT_EQ(batch.events.front().cursor.sequence, 1451U);
   EXPECT_EQ(log.read(batch.nextCursor).nextCursor, log.cursor());
+}
+
+TEST_F(EventLog, AnObserverThatFailsEndsTheProcessInsteadOfTheDelivery) {
+  log.observe([](const TerminalSessionEvent&) { throw std::bad_alloc(); });
+  EXPECT_DEATH(publish(1), "");
 }
 
 TEST_F(EventLog, DeliversNestedEventsAfterTheCurrentOneToEveryObserver) {
