@@ -30,6 +30,9 @@ void fillStandardDescriptors() {
 void arrangeSignals() {
   ::signal(SIGCHLD, SIG_DFL);
   ::signal(SIGXFSZ, SIG_IGN);
+  sigset_t none;
+  ::sigemptyset(&none);
+  ::sigprocmask(SIG_SETMASK, &none, nullptr);
 }
 
 void terminalRuntimeMain(int count, char** arguments) {

@@ -31,13 +31,17 @@ bool RuntimeClient::receive(Uptime now) {
   return true;
 }
 
-void RuntimeClient::send(Uptime now) {
+bool RuntimeClient::trySend(Uptime now) {
   const ssize_t count = platform::sendQuietly(fd(), outgoing.view());
   if (count > 0) {
     outgoing.consume(static_cast<std::size_t>(count));
     lastProgress = now;
   }
-  if (count < 0 && !isTransient(errno)) disconnect("write_failed");
+  return count >= 0 || isTransient(errno);
+}
+
+void RuntimeClient::send(Uptime now) {
+  if (!trySend(now)) disconnect("write_failed");
 }
 
 void RuntimeClient::enqueue(const TerminalRuntimeResponse& response, Uptime now) {

@@ -46,8 +46,10 @@ class RuntimeClient {
   // Moves a bounded amount of received bytes into `incoming`; disconnects on an error or the peer's end.
   // True when there were any.
   bool receive(Uptime now);
-  // Writes as much of `outgoing` as the socket takes in one call.
+  // Writes as much of `outgoing` as the socket takes in one call; disconnects on an error.
   void send(Uptime now);
+  // The same without the disconnect: false on an error.
+  bool trySend(Uptime now);
   // Queues the response's frame, or disconnects when there is no room for it.
   void enqueue(const TerminalRuntimeResponse& response, Uptime now);
 

@@ -25,6 +25,7 @@ constexpr int framesPerCall = 8;
 constexpr OutputReading aloneReading{8192, 640};
 // The more a turn has to poll, the more it must take to be worth it.
 constexpr std::size_t bytesPerDescriptor = 1024;
+constexpr std::size_t mostOfOneTerminal = 65536;
 constexpr OutputReading sharedReading{4096, 4096};
 // Whoever asks waits for no more than this.
 constexpr OutputReading conversationReading{1024, 1024};
@@ -159,7 +160,8 @@ OutputReading RuntimeServer::readingOfEachTerminal() const {
   const auto isReady = [](const pollfd& entry) { return entry.revents != 0; };
   const auto terminals = std::span(pollSet_).subspan(1 + polledClients_);
   if (std::ranges::count_if(terminals, isReady) > 1) return sharedReading;
-  return {aloneReading.bytes + bytesPerDescriptor * pollSet_.size(), aloneReading.atOnce};
+  return {std::min(aloneReading.bytes + bytesPerDescriptor * pollSet_.size(), mostOfOneTerminal),
+          aloneReading.atOnce};
 }
 
 void RuntimeServer::serveDescriptors() {
@@ -238,12 +240,12 @@ void RuntimeServer::publishSubscriptions() {
 }
 
 // What this turn queued goes out in it, instead of waiting for the next poll to say that the socket is
-// writable.
+// writable. A client that is gone is left to that poll: what it sent before it went is still read.
 void RuntimeServer::sendFreshOutput() {
   const Uptime now = state_.clock.uptime();
   for (const auto& [fd, client] : clients_) {
     if (client->outgoing.empty() || client->awaitsEcho || client->isDisconnected()) continue;
-    client->send(now);
+    client->trySend(now);
   }
 }
 

@@ -90,13 +90,22 @@ void RuntimeSession::expire() {
 
 void RuntimeSession::noticeExit() {
   if (!running()) return;
+  lookAtEndedTerminal();
   std::int32_t status = 0;
   const int polled = velotide_pty_poll_exit(pid_, &status);
   if (polled == 1) childExited(status);
   if (polled < 0 && errno == ECHILD) childVanished();
 }
 
+// The child, or one of its own, may have opened its terminal again.
+void RuntimeSession::lookAtEndedTerminal() {
+  if (!endedTerminal_.isOpen()) return;
+  terminal_ = std::move(endedTerminal_);
+  drainOutput(endOutput);
+}
+
 void RuntimeSession::childExited(std::int32_t status) {
+  lookAtEndedTerminal();
   drainOutput(endOutput);
   noteExit(status);
   endAgent(TerminalAgentMonitor::Closing::no);

@@ -29,10 +29,11 @@ struct OutputReading {
 };
 
 // One hosted terminal: a child on a pseudo-terminal, the journal of what it printed, and the rules by which
-// several parties may type into it. The loop drives it: `refresh` every turn, `readOutput` when the terminal
-// is readable, `flushInput` when it takes bytes and input is pending. It owns its terminal and child, follows
-// the commands and the agent in it, publishes what happens to the event log and leaves notices in the
-// attention store. Bounded: 1 MiB of output, 128 KiB of pending input, what the trackers keep.
+// several parties may type into it. The loop drives it: `expire` every turn, `noticeExit` when it
+// looks at the children, `readOutput` when the terminal is readable, `flushInput` when it takes bytes and
+// input is pending. It owns its terminal and child, follows the commands and the agent in it, publishes what
+// happens to the event log and leaves notices in the attention store. Bounded: 1 MiB of output, 128 KiB of
+// pending input, what the trackers keep.
 class RuntimeSession {
  public:
   // What the sessions of a service share; must outlive them.
@@ -126,6 +127,7 @@ class RuntimeSession {
   void recordProcessExit(std::optional<std::int32_t> status);
   bool hasSemanticItem() const;
   void announceAgent(const TerminalAgentMonitor::Revision& before);
+  void lookAtEndedTerminal();
   void childExited(std::int32_t status);
   void childVanished();
   void noteExit(std::int32_t status);
@@ -147,7 +149,7 @@ class RuntimeSession {
   std::int64_t rows_;
   std::int32_t pid_ = 0;
   FileDescriptor terminal_;
-  // The master side after its output ended, held until the child has ended too.
+  // The master side while nobody holds the other one, until the child has ended too.
   FileDescriptor endedTerminal_;
   std::optional<std::int32_t> exitStatus_;
   // Of many sessions, few are typed into; what was pasted once is not room to keep.

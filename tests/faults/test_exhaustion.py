@@ -51,8 +51,12 @@ class Exhaustion(RuntimeCase):
     def test_what_the_launcher_ignored_or_closed_does_not_matter(self):
         def hostile():
             signal.signal(signal.SIGCHLD, signal.SIG_IGN)
+            signal.pthread_sigmask(signal.SIG_BLOCK, {signal.SIGHUP})
             os.closerange(0, 3)
-        self.assert_lives(self.runtime.start(preexec_fn=hostile))
+        client = self.runtime.start(preexec_fn=hostile)
+        self.assert_lives(client)
+        blocked = client.create(executable="/bin/grep", arguments=["SigBlk", "/proc/self/status"])
+        self.assertRegex(blocked.finish(), rb"SigBlk:\s0+\r\n")
         for descriptor in range(3):
             self.assertEqual("/dev/null", os.readlink(f"/proc/{self.runtime.process.pid}/fd/{descriptor}"))
 

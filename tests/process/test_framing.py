@@ -58,6 +58,13 @@ class Frames(RuntimeCase):
             got = [self.client.frame() for _ in sent]
             self.assertEqual([identifier for identifier, _ in sent], [one["id"] for one in got])
 
+    def test_what_a_client_sent_before_it_left_is_carried_out(self):
+        leaving = self.connect()
+        leaving.send(b"".join(leaving.text("create", launch=launch(executable="/bin/cat"))[1] for _ in range(16)))
+        leaving.socket.close()
+        wait_until(lambda: len(self.client.request("list")["sessions"]) == 16, "all sessions")
+        self.assertFalse(self.client.request("diagnostics").get("disconnects"))
+
     def test_every_decodable_form_is_answered(self):
         for raw in GOOD:
             self.client.send(raw.encode() + b"\n")

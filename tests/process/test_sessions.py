@@ -67,6 +67,11 @@ class Ends(RuntimeCase):
         session.finish()
         self.assertEqual(5, session.info["exitStatus"])
 
+    def test_a_terminal_that_is_opened_again_is_read_again(self):
+        session = self.client.create("exec <&- >&- 2>&-; sleep 0.5; head -c 100000 /dev/zero >/dev/tty; exit 7")
+        self.assertEqual(bytes(100000), session.finish())
+        self.assertEqual(7, session.info["exitStatus"])
+
     def refuse_what_needs_a_terminal(self, session):
         self.refuse("unavailable", session.input(b"y"))
         self.refuse("unavailable", session.request("inspectInput"))
