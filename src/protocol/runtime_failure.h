@@ -30,4 +30,8 @@ constexpr auto rawWords(RuntimeFailure) {
   };
 }
 
+inline void require(bool rule, RuntimeFailure otherwise) {
+  if (!rule) throw Failure(otherwise);
+}
+
 }  // namespace velotide

@@ -16,10 +16,6 @@ using Action = TerminalRuntimeAction;
 
 constexpr std::int64_t defaultEventLimit = 100;
 
-void require(bool rule, RuntimeFailure otherwise) {
-  if (!rule) throw Failure(otherwise);
-}
-
 // Actions that must not happen twice when a client repeats a request.
 bool isMutating(Action action) {
   switch (action) {
@@ -211,16 +207,7 @@ void RequestDispatch::performSessionAction(const TerminalRuntimeRequest& request
     case Action::configureReminders:
       require(request.reminderPolicy.has_value(), RuntimeFailure::invalidRequest);
       return session.configureReminders(*request.reminderPolicy);
-    case Action::hello:
-    case Action::create:
-    case Action::list:
-    case Action::listAttention:
-    case Action::acknowledgeAttention:
-    case Action::readEvents:
-    case Action::shutdownIfEmpty:
-    case Action::diagnostics:
-    case Action::close:
-    case Action::restartExited:
+    default:
       throw Failure(RuntimeFailure::invalidRequest);
   }
   // The agent's own actions also tell what the person was asked.

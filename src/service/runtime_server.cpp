@@ -29,11 +29,6 @@ constexpr std::size_t mostOfOneTerminal = 65536;
 constexpr OutputReading sharedReading{4096, 4096};
 // Whoever asks waits for no more than this.
 constexpr OutputReading conversationReading{1024, 1024};
-// For an answer that waits for its echo, and how long none is waited for alone after one that did not come.
-constexpr int echoMilliseconds = 1;
-constexpr Seconds missedEchoPause = 0.1;
-// Since nobody was held back: whoever types without a pause must not keep the others from being read.
-constexpr Seconds longestHold = 0.0005;
 constexpr Seconds refusalPause = 0.1;
 constexpr Seconds roundLength = 0.002;
 // Records that live for hours lie between buffers that lived for a moment. Giving back more often would only
@@ -61,17 +56,17 @@ bool RuntimeServer::turn(int milliseconds) {
     giveBackMemory();
   }
   buildPollSet();
-  const int patience = echoing_.empty() ? milliseconds : std::min(milliseconds, echoMilliseconds);
-  const int ready = ::poll(pollSet_.data(), static_cast<nfds_t>(pollSet_.size()), patience);
+  const int ready =
+      ::poll(pollSet_.data(), static_cast<nfds_t>(pollSet_.size()), echoes_.patience(milliseconds));
   wasIdle_ = ready == 0;
-  if (wasIdle_ && !echoing_.empty()) echoAfter_ = state_.clock.uptime() + missedEchoPause;
+  if (wasIdle_) echoes_.foundNothing(state_.clock.uptime());
   if (ready < 0) {
     if (errno == EINTR) return true;
     throw Failure(RuntimeFailure::unavailable);
   }
   if ((pollSet_.front().revents & POLLIN) != 0) acceptClients();
   serveDescriptors();
-  if (!std::exchange(holdsBack_, false)) heldNoneAt_ = state_.clock.uptime();
+  echoes_.endTurn(state_.clock.uptime());
   publishSubscriptions();
   sendFreshOutput();
   expireClients();
@@ -112,34 +107,25 @@ void RuntimeServer::buildPollSet() {
 }
 
 void RuntimeServer::pollClients() {
-  echoing_.clear();
+  echoes_.begin();
   for (const auto& [fd, client] : clients_) {
     const bool awaitsEcho = std::exchange(client->awaitsEcho, false) && client->subscription;
     const bool isWriting = !client->outgoing.empty() && !awaitsEcho;
     pollSet_.push_back({fd, static_cast<short>(isWriting ? POLLIN | POLLOUT : POLLIN), 0});
-    if (awaitsEcho) echoing_.push_back(client->subscription->sessionID);
+    if (awaitsEcho) echoes_.await(client->subscription->sessionID);
   }
   polledClients_ = clients_.size();
 }
 
 void RuntimeServer::pollSessions() {
   polledSessions_.clear();
+  const Uptime now = state_.clock.uptime();
   for (const auto& [id, session] : state_.sessions) {
-    if (session->fd() < 0 || isHeldBack(id)) continue;
+    if (session->fd() < 0 || echoes_.holdsBack(id, now)) continue;
     pollSet_.push_back(
         {session->fd(), static_cast<short>(session->hasPendingInput() ? POLLIN | POLLOUT : POLLIN), 0});
     polledSessions_.push_back(id);
   }
-}
-
-// Terminals that print without end would keep this process, and with it a processor, from the program that is
-// about to echo: they wait for the echo, too, unless the last one was waited for in vain.
-bool RuntimeServer::isHeldBack(const Uuid& session) {
-  if (echoing_.empty() || std::ranges::find(echoing_, session) != echoing_.end()) return false;
-  const Uptime now = state_.clock.uptime();
-  if (now < echoAfter_ || now - heldNoneAt_ > longestHold) return false;
-  holdsBack_ = true;
-  return true;
 }
 
 void RuntimeServer::acceptClients() {
@@ -165,16 +151,17 @@ OutputReading RuntimeServer::readingOfEachTerminal() const {
 }
 
 void RuntimeServer::serveDescriptors() {
-  echoing_.clear();
+  echoes_.begin();
   // Clients are removed by the expiry pass alone, so the polled ones are still there.
   for (std::size_t index = 1; index <= polledClients_; ++index) {
     const pollfd& entry = pollSet_[index];
     if (entry.revents != 0) serveClient(*clients_.at(entry.fd), entry.revents);
   }
   const OutputReading reading = readingOfEachTerminal();
+  const Uptime now = state_.clock.uptime();
   for (std::size_t index = 0; index < polledSessions_.size(); ++index) {
     const pollfd& entry = pollSet_[1 + polledClients_ + index];
-    if (entry.revents == 0 || isHeldBack(polledSessions_[index])) continue;
+    if (entry.revents == 0 || echoes_.holdsBack(polledSessions_[index], now)) continue;
     // A request served above may have closed the session or put another one in its place.
     RuntimeSession* session = state_.find(polledSessions_[index]);
     if (session != nullptr && session->fd() == entry.fd) serveSession(*session, entry.revents, reading);
@@ -223,7 +210,7 @@ void RuntimeServer::processFrames(RuntimeClient& client) {
     client.awaitsEcho = client.outgoing.empty() && request->action == TerminalRuntimeAction::input &&
                         response.ok && client.subscription &&
                         client.subscription->sessionID == request->sessionID;
-    if (client.awaitsEcho) echoing_.push_back(*request->sessionID);
+    if (client.awaitsEcho) echoes_.await(*request->sessionID);
     client.enqueue(response, now);
     if (response.ok && request->action == TerminalRuntimeAction::subscribe) {
       client.subscription = subscriptionFrom(*request, response, now);

@@ -9,6 +9,7 @@
 
 #include "base/json_document.h"
 #include "base/time.h"
+#include "service/echo_wait.h"
 #include "service/request_dispatch.h"
 #include "service/runtime_client.h"
 #include "service/service_state.h"
@@ -39,7 +40,6 @@ class RuntimeServer {
   void buildPollSet();
   void pollClients();
   void pollSessions();
-  bool isHeldBack(const Uuid& session);
   void acceptClients();
   OutputReading readingOfEachTerminal() const;
   void serveDescriptors();
@@ -62,12 +62,7 @@ class RuntimeServer {
   std::size_t polledClients_ = 0;
   // Whose terminals these are; looked up again before they are served.
   std::vector<Uuid> polledSessions_;
-  // Sessions whose echo an answer waits for.
-  std::vector<Uuid> echoing_;
-  Uptime echoAfter_;
-  // Whether a terminal was held back in this turn, and when the last turn without one was.
-  bool holdsBack_ = false;
-  Uptime heldNoneAt_;
+  EchoWait echoes_;
   std::vector<int> expiring_;
   // Nothing was ready in the last turn.
   bool wasIdle_ = true;

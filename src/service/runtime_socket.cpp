@@ -21,10 +21,6 @@ namespace {
 constexpr std::size_t maximumSocketPath = 100;
 constexpr int backlog = 16;
 
-void require(bool condition, RuntimeFailure otherwise) {
-  if (!condition) throw Failure(otherwise);
-}
-
 // A trailing slash would make the directory check follow a link.
 std::string withoutTrailingSlashes(std::string path) {
   while (path.size() > 1 && path.ends_with('/')) path.pop_back();

@@ -13,14 +13,6 @@
 
 namespace velotide {
 
-namespace {
-
-void require(bool rule, RuntimeFailure otherwise) {
-  if (!rule) throw Failure(otherwise);
-}
-
-}  // namespace
-
 void RuntimeSession::validate(const TerminalRuntimeRequest& request, Need need) const {
   require(request.generation == journal_.generation(), RuntimeFailure::generationChanged);
   if (need == Need::control)
