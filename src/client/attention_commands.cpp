@@ -1,5 +1,4 @@
 #include <algorithm>
-#include <cctype>
 
 #include "client/agent_text.h"
 #include "client/cell_text.h"
@@ -88,19 +87,12 @@ void followChanges(Service& service, const TerminalEventCursor& begin, bool asJs
 }
 
 const TerminalAttentionItem& resolveItem(std::string_view name, const Items& items) {
-  std::string wanted(name);
-  std::ranges::transform(wanted, wanted.begin(),
-                         [](unsigned char letter) { return static_cast<char>(std::toupper(letter)); });
-  const TerminalAttentionItem* found = nullptr;
-  for (const TerminalAttentionItem& item : items) {
-    if (!item.id.text().starts_with(wanted)) continue;
-    if (found) throw Trouble(std::string(name) + " fits several items. Give more of the name.");
-    found = &item;
-  }
-  if (!found)
+  const std::vector<const TerminalAttentionItem*> found = namedBy(name, items);
+  if (found.size() > 1) throw Trouble(std::string(name) + " fits several items. Give more of the name.");
+  if (found.empty())
     throw Trouble("No active item is named " + std::string(name) +
                   ". `velotide attention` shows those there are.");
-  return *found;
+  return *found.front();
 }
 
 Items chosenItems(Service& service, const AcknowledgeOptions& options) {

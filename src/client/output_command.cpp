@@ -1,5 +1,4 @@
 #include <algorithm>
-#include <cctype>
 
 #include "client/attach.h"
 #include "client/command_output.h"
@@ -43,18 +42,11 @@ KnownCommand lastCommand(const TerminalRuntimeSessionInfo& session) {
 
 // The one whose ID begins so, if there is one.
 std::optional<KnownCommand> named(const std::string& name, const std::vector<KnownCommand>& commands) {
-  std::string wanted = name;
-  std::transform(wanted.begin(), wanted.end(), wanted.begin(),
-                 [](unsigned char letter) { return static_cast<char>(std::toupper(letter)); });
-  std::optional<KnownCommand> found;
-  for (const KnownCommand& command : commands) {
-    if (!command.id.text().starts_with(wanted)) continue;
-    if (found)
-      throw Trouble(name + " fits several commands, among them " + found->id.text() + " and " +
-                    command.id.text() + ". Give more of the ID.");
-    found = command;
-  }
-  return found;
+  const std::vector<const KnownCommand*> found = namedBy(name, commands);
+  if (found.size() > 1)
+    throw Trouble(name + " fits several commands, among them " + found[0]->id.text() + " and " +
+                  found[1]->id.text() + ". Give more of the ID.");
+  return found.empty() ? std::nullopt : std::optional(*found.front());
 }
 
 KnownCommand findCommand(Service& service, const TerminalRuntimeSessionInfo& session,

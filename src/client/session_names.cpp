@@ -1,8 +1,5 @@
 #include "client/session_names.h"
 
-#include <algorithm>
-#include <cctype>
-
 #include "client/trouble.h"
 
 namespace velotide::client {
@@ -10,13 +7,6 @@ namespace velotide::client {
 namespace {
 
 constexpr std::size_t shortLength = 8;
-
-std::string upperCase(std::string_view text) {
-  std::string upper(text);
-  std::transform(upper.begin(), upper.end(), upper.begin(),
-                 [](unsigned char letter) { return static_cast<char>(std::toupper(letter)); });
-  return upper;
-}
 
 std::string listed(const std::vector<const TerminalRuntimeSessionInfo*>& sessions) {
   std::string text;
@@ -30,21 +20,21 @@ std::string shortName(const Uuid& id) { return id.text().substr(0, shortLength);
 
 const TerminalRuntimeSessionInfo& resolveName(std::string_view name,
                                               const std::vector<TerminalRuntimeSessionInfo>& sessions) {
-  const std::string wanted = upperCase(name);
-  std::vector<const TerminalRuntimeSessionInfo*> found;
-  for (const TerminalRuntimeSessionInfo& session : sessions) {
-    if (session.id.text().starts_with(wanted)) found.push_back(&session);
-  }
+  const std::vector<const TerminalRuntimeSessionInfo*> found = namedBy(name, sessions);
   if (found.empty())
-    throw Trouble("No session is named " + std::string(name) + ". `velotide ls` shows those there are.");
+    throw Trouble("No session is named " + (name.empty() ? "\"\"" : std::string(name)) +
+                  ". `velotide ls` shows those there are.");
   if (found.size() > 1)
     throw Trouble(std::string(name) + " fits several sessions:" + listed(found) + ". Give more of the name.");
   return *found.front();
 }
 
 TerminalRuntimeSessionInfo findSession(Service& service, std::string_view name) {
+  return resolveName(name, service.sessions());
+}
+
+TerminalRuntimeSessionInfo findRunningSession(Service& service) {
   const std::vector<TerminalRuntimeSessionInfo> sessions = service.sessions();
-  if (!name.empty()) return resolveName(name, sessions);
   std::vector<const TerminalRuntimeSessionInfo*> running;
   for (const TerminalRuntimeSessionInfo& session : sessions) {
     if (session.running) running.push_back(&session);

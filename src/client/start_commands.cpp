@@ -70,7 +70,8 @@ int attachSession(Service& service, const std::string& name, const std::string& 
   if (!LocalTerminal::isPresent())
     throw Trouble("Attaching needs a terminal. To follow the output without one: velotide read --follow " +
                   name);
-  const TerminalRuntimeSessionInfo session = findSession(service, name);
+  const TerminalRuntimeSessionInfo session =
+      name.empty() ? findRunningSession(service) : findSession(service, name);
   refuseOwnSession(session.id);
   return attach(service, session, {key, false, true});
 }

@@ -1,5 +1,4 @@
 #include <algorithm>
-#include <cctype>
 #include <charconv>
 #include <limits>
 
@@ -102,17 +101,12 @@ class WantedWait {
   }
 
   Uuid findCommand(const std::vector<TerminalRuntimeCommandInfo>& commands) const {
-    std::string wanted = options_.command;
-    for (char& letter : wanted) letter = static_cast<char>(std::toupper(static_cast<unsigned char>(letter)));
-    std::vector<Uuid> found;
-    for (const TerminalRuntimeCommandInfo& command : commands) {
-      if (command.id.text().starts_with(wanted)) found.push_back(command.id);
-    }
+    const std::vector<const TerminalRuntimeCommandInfo*> found = namedBy(options_.command, commands);
     if (found.size() != 1)
       throw Trouble((found.empty() ? "No" : "More than one") + std::string(" recent command is named ") +
                         options_.command + ". `velotide commands` shows them.",
                     ExitStatus::usage);
-    return found.front();
+    return found.front()->id;
   }
 
   void awaitAgent(const TerminalRuntimeSessionInfo& session) {

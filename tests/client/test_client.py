@@ -182,9 +182,9 @@ class Listing(ClientCase):
         for shown in (self.call("ls"), self.call("show", named)):
             self.assertIn("/?2J??[2J\n", shown.decode())
         wait_until(lambda: b"running" not in self.call("ls"), "the end of both")
-        for name, told in (("", b"velotide new"), ("xyz", b"velotide ls")):
-            self.call("show", name, status=1)
-            self.assertIn(told, self.errors)
+        for verb, name in (("show", ""), ("show", "xyz"), ("close", "")):
+            self.call(verb, name, status=1)
+            self.assertIn(b"velotide ls", self.errors)
         self.assertRegex(self.call("status"), rb"sessions: +2, 0 of them running\n")
         self.assertRegex(self.call("events"), rb"processExited")
         self.call("close", "--exited")
