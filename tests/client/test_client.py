@@ -192,6 +192,17 @@ class Listing(ClientCase):
         self.call("stop")
         self.assertFalse(json.loads(self.call("status", "--json", status=3))["isRunning"])
 
+    def test_words_are_taken_as_they_were_typed(self):
+        session = self.new("cat")
+        for text in ("[a,b]", '["c", "d"]', "[ -f e ]", "[]"):
+            self.call("send", session, text, "-e")
+            self.wait_for_output(session, text.encode() + b"\r\n")
+        for words, status in (("ls -- foo", 2), ("close --exited -- -x", 1), ("call list_attention -- foo", 2),
+                              ("run echo [a,b] -- c", 0), (f"show -- {session}", 0), (f"close -- {session}", 0)):
+            with self.subTest(words):
+                shown = self.call(*words.split(), status=status)
+                self.assertTrue(shown == b"[a,b] -- c\n" or not words.startswith("run"), shown)
+
 
 class Completing(ClientCase):
     def test_shells_complete_verbs_options_and_sessions(self):
