@@ -96,17 +96,15 @@ int callAction(Service& service, const CallOptions& options) {
   const std::string id = mailbox.send(std::move(request));
   const Uptime deadline = now() + length + MailboxClient::answerDeadline;
   if (!isAnswered) {
-    mailbox.awaitTaken(id, deadline);
-    return ExitStatus::success;
-  }
-  const std::optional<MailboxAnswer> answer = mailbox.await(id, deadline, signals.descriptor());
-  if (answer) {
+    if (mailbox.awaitTaken(id, deadline, signals.descriptor())) return ExitStatus::success;
+  } else if (const std::optional<MailboxAnswer> answer = mailbox.await(id, deadline, signals.descriptor())) {
     print(answer->text + "\n");
     if (!answer->record.ok) service.notices().error(answer->record.error.value_or("not ok"));
     return answer->record.ok ? ExitStatus::success : ExitStatus::failure;
   }
+  mailbox.withdraw(id);
   const std::vector<int> came = signals.take();
-  if (came.empty()) throw Trouble("The service does not answer through its mailbox. See `velotide status`.");
+  if (came.empty()) MailboxClient::failUnanswered();
   if (waits) mailbox.cancelWait(id, owner);
   return ExitStatus::signalBase + came.front();
 }

@@ -21,11 +21,6 @@ namespace velotide::client {
 
 namespace {
 
-[[noreturn]] void failNotRunning(const std::string& root) {
-  throw Trouble("No service is running at " + root + ". Start one with a session in it: velotide new",
-                ExitStatus::notRunning);
-}
-
 [[noreturn]] void failUntrusted(const std::string& path) {
   throw Trouble(path + " is not yours alone, so it is not believed. Find out who made it, and remove it.");
 }
@@ -68,7 +63,7 @@ MailboxClient::MailboxClient(const ServiceRoot& root) : root_(root), path_(root.
   for (const char* part : {"", "/requests", "/responses"}) {
     struct stat status {};
     const std::string directory = path_ + part;
-    if (::lstat(directory.c_str(), &status) != 0) failNotRunning(root_.path());
+    if (::lstat(directory.c_str(), &status) != 0) root_.failNotRunning();
     if (!isPrivateDirectory(directory)) failUntrusted(directory);
   }
   service_ = readMetadata();
@@ -77,12 +72,12 @@ MailboxClient::MailboxClient(const ServiceRoot& root) : root_(root), path_(root.
 
 RuntimeReadOnlyMetadata MailboxClient::readMetadata() const {
   const auto metadata = readPrivateRecord<RuntimeReadOnlyMetadata>(path_ + "/runtime.json");
-  if (!metadata) failNotRunning(root_.path());
+  if (!metadata) root_.failNotRunning();
   return *metadata;
 }
 
 void MailboxClient::checkService() {
-  if (::kill(service_.pid, 0) != 0 && errno == ESRCH) failNotRunning(root_.path());
+  if (::kill(service_.pid, 0) != 0 && errno == ESRCH) root_.failNotRunning();
   if (readMetadata().appEpoch != service_.appEpoch)
     throw Trouble("The service was restarted meanwhile, and its sessions are gone. Try again.",
                   ExitStatus::notRunning);
@@ -130,20 +125,26 @@ std::optional<MailboxAnswer> MailboxClient::await(const std::string& id, Uptime 
   }
 }
 
-bool MailboxClient::awaitTaken(const std::string& id, Uptime deadline) {
+bool MailboxClient::awaitTaken(const std::string& id, Uptime deadline, int wakeDescriptor) {
   const std::string path = requestPath(id);
   Pause pause(*this);
   while (::access(path.c_str(), F_OK) == 0) {
-    if (!pause.sleep(deadline, -1)) return false;
+    if (!pause.sleep(deadline, wakeDescriptor)) return false;
   }
   return true;
+}
+
+void MailboxClient::withdraw(const std::string& id) { ::unlink(requestPath(id).c_str()); }
+
+void MailboxClient::failUnanswered() {
+  throw Trouble("The service does not answer through its mailbox. See `velotide status`.");
 }
 
 MailboxAnswer MailboxClient::call(RuntimeNativeRequest request, Seconds limit) {
   const std::string id = send(std::move(request));
   if (std::optional<MailboxAnswer> answer = await(id, now() + limit)) return std::move(*answer);
-  ::unlink(requestPath(id).c_str());
-  throw Trouble("The service does not answer through its mailbox. See `velotide status`.");
+  withdraw(id);
+  failUnanswered();
 }
 
 void MailboxClient::cancelWait(const std::string& id, const std::string& owner) {

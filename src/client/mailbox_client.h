@@ -33,8 +33,14 @@ class MailboxClient {
   // The answer to the request `id`, once it is there. Absent when `deadline` passed or `wakeDescriptor`
   // became readable first. Throws Trouble when the service is gone or the answer is not to be trusted.
   std::optional<MailboxAnswer> await(const std::string& id, Uptime deadline, int wakeDescriptor = -1);
-  // Until the service has taken the request out. False when `deadline` passed first.
-  bool awaitTaken(const std::string& id, Uptime deadline);
+  // Until the service has taken the request out. False when `deadline` passed or `wakeDescriptor` became
+  // readable first.
+  bool awaitTaken(const std::string& id, Uptime deadline, int wakeDescriptor = -1);
+  // Takes back what the service has not taken, so that it is not carried out after the end of patience.
+  void withdraw(const std::string& id);
+
+  // Throws the Trouble that no answer came in time.
+  [[noreturn]] static void failUnanswered();
 
   // Sends, and returns the answer. One that does not come within `limit` is Trouble, and the request is
   // withdrawn.

@@ -43,11 +43,6 @@ std::string chosenPath(const std::string& option) {
   return homeDirectory() + "/.local/state/velotide";
 }
 
-[[noreturn]] void failNotRunning(const std::string& path) {
-  throw Trouble("No service is running at " + path + ". Start one with a session in it: velotide new",
-                ExitStatus::notRunning);
-}
-
 }  // namespace
 
 ServiceRoot ServiceRoot::find(const std::string& option) {
@@ -63,6 +58,11 @@ ServiceRoot ServiceRoot::find(const std::string& option) {
     throw Trouble("The path " + path +
                   " is too long for a socket (at most 86 bytes). Name a shorter --root.");
   return ServiceRoot(std::move(path));
+}
+
+void ServiceRoot::failNotRunning() const {
+  throw Trouble("No service is running at " + path_ + ". Start one with a session in it: velotide new",
+                ExitStatus::notRunning);
 }
 
 void ServiceRoot::check() const {
@@ -88,7 +88,7 @@ Connection ServiceRoot::connect() const {
   platform::suppressBrokenPipeSignal(socket.get());
   if (platform::connectLocal(socket.get(), path) != 0) {
     const int error = errno;
-    if (error == ENOENT) failNotRunning(path_);
+    if (error == ENOENT) failNotRunning();
     if (error == ECONNREFUSED)
       throw Trouble("The socket at " + path_ +
                         " is stale: its service is gone, and its sessions with it. "
@@ -106,7 +106,7 @@ Connection ServiceRoot::connect() const {
 std::string ServiceRoot::capability() const {
   const std::string path = path_ + "/ui-capability";
   FileDescriptor file(::open(path.c_str(), O_RDONLY | O_NOFOLLOW | O_NONBLOCK | O_CLOEXEC));
-  if (!file.isOpen() && errno == ENOENT) failNotRunning(path_);
+  if (!file.isOpen() && errno == ENOENT) failNotRunning();
   if (!file.isOpen() || !isPrivateFile(file.get()))
     throw Trouble("The key " + path +
                   " is not yours or is open to others. Stop the service, remove the file, "

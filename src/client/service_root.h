@@ -23,6 +23,9 @@ class ServiceRoot {
   // Throws Trouble when the directory exists and a service would refuse it.
   void check() const;
 
+  // Throws the Trouble that nothing runs there.
+  [[noreturn]] void failNotRunning() const;
+
  private:
   explicit ServiceRoot(std::string path) : path_(std::move(path)) {}
 

@@ -2,6 +2,7 @@
 #include <charconv>
 #include <limits>
 
+#include "client/event_stream.h"
 #include "client/mailbox_client.h"
 #include "client/printing.h"
 #include "client/session_names.h"
@@ -16,25 +17,17 @@ namespace {
 // What one wait at the service lasts at most; longer ones are made of several.
 constexpr Seconds longestWait = 60;
 
-std::string cursorText(const TerminalEventCursor& cursor) {
-  return cursor.appEpoch.text() + ":" + std::to_string(cursor.sequence);
-}
-
-template <typename Number>
-bool parseNumber(std::string_view text, Number& number) {
+bool parseNumber(std::string_view text, std::int64_t& number) {
   const auto result = std::from_chars(text.data(), text.data() + text.size(), number);
   return !text.empty() && result.ec == std::errc() && result.ptr == text.data() + text.size();
 }
 
 TerminalEventCursor parseCursor(const std::string& text) {
-  const std::size_t colon = std::min(text.find(':'), text.size());
-  const std::optional<Uuid> epoch = Uuid::parse(text.substr(0, colon));
-  TerminalEventCursor cursor;
-  if (!epoch || colon == text.size() || !parseNumber(text.substr(colon + 1), cursor.sequence))
+  const std::optional<TerminalEventCursor> cursor = parseEventCursor(text);
+  if (!cursor)
     throw Trouble("--after takes a position as --show-cursor prints it: EPOCH:NUMBER, for --output NUMBER.",
                   ExitStatus::usage);
-  cursor.appEpoch = *epoch;
-  return cursor;
+  return *cursor;
 }
 
 // What to wait for, from the options and from how things stand.
@@ -173,9 +166,9 @@ class Waiting {
     const Uptime deadline = now() + spec_.timeoutSeconds + MailboxClient::answerDeadline;
     const std::optional<MailboxAnswer> answer = mailbox_.await(id, deadline, signals_.descriptor());
     if (!answer) {
+      mailbox_.withdraw(id);
       const std::vector<int> came = signals_.take();
-      if (came.empty())
-        throw Trouble("The service does not answer through its mailbox. See `velotide status`.");
+      if (came.empty()) MailboxClient::failUnanswered();
       signal_ = came.front();
       mailbox_.cancelWait(id, owner_);
       return std::nullopt;

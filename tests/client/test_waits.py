@@ -80,6 +80,15 @@ class Waits(ClientCase):
         self.runtime.kill()
         self.assertEqual(3, self.finish(waiting)[0])
 
+    def test_a_request_that_is_given_up_is_not_carried_out_later(self):
+        self.addCleanup(os.kill, self.runtime.process.pid, signal.SIGCONT)
+        os.kill(self.runtime.process.pid, signal.SIGSTOP)
+        requests = pathlib.Path(self.runtime.root, "native-tools", "requests")
+        calling = self.start("call", "cancel_all_waits", "noResponse:=true")
+        process.wait_until(lambda: list(requests.glob("*.json")), "the request")
+        calling.send_signal(signal.SIGINT)
+        self.assertEqual((130, []), (self.finish(calling)[0], os.listdir(requests)))
+
     def test_a_long_wait_goes_on_where_the_one_before_ended(self):
         root = pathlib.Path(self.runtime.directory, "other")
         mailbox = root / "native-tools"
