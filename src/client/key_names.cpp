@@ -4,6 +4,7 @@
 #include <cctype>
 #include <utility>
 
+#include "base/utf8.h"
 #include "client/control_sequence.h"
 #include "client/trouble.h"
 
@@ -53,7 +54,9 @@ std::optional<std::string> bytesOfKey(std::string_view name) {
   for (const auto& [known, bytes] : keys) {
     if (known == lowerCase(name)) return std::string(bytes);
   }
-  return name.size() == 1 ? std::optional(std::string(name)) : std::nullopt;
+  std::string_view behind = name;
+  if (!behind.empty()) takeFirstScalar(behind);
+  return !name.empty() && behind.empty() ? std::optional(std::string(name)) : std::nullopt;
 }
 
 DetachKey DetachKey::named(std::string_view name) {

@@ -19,9 +19,8 @@ class DetachKey {
   // Empty for none.
   const std::string& name() const { return name_; }
   // In plain typing, and within a sequence in which terminals report keys on request.
-  bool isByte(char byte) const { return byte_ && *byte_ == byte; }
-  bool isSequence(std::string_view sequence) const;
   std::optional<char> byte() const { return byte_; }
+  bool isSequence(std::string_view sequence) const;
 
  private:
   std::optional<char> byte_;

@@ -153,7 +153,7 @@ TEST(TypedInput, SeesTheDetachKeyInEveryFormButNotInAPaste) {
 TEST(KeyNames, AreReadAsPeopleWriteThem) {
   const std::pair<const char*, const char*> cases[] = {{"ctrl-c", "\x03"},  {"^C", "\x03"},  {"C-g", "\a"},
                                                        {"ctrl+\\", "\x1c"}, {"Enter", "\r"}, {"up", "\x1b[A"},
-                                                       {"x", "x"}};
+                                                       {"x", "x"},          {"é", "é"}};
   for (const auto& [name, bytes] : cases) EXPECT_EQ(bytes, bytesOfKey(name)) << name;
   for (const char* name : {"ctrl-", "nokey"}) EXPECT_FALSE(bytesOfKey(name)) << name;
   EXPECT_EQ("Ctrl-G", DetachKey::named("^g").name());
