@@ -8,6 +8,7 @@
 #include <string_view>
 
 #include "base/platform.h"
+#include "base/standard_descriptors.h"
 #include "base/time.h"
 #include "protocol/runtime_failure.h"
 #include "service/runtime_server.h"
@@ -15,15 +16,6 @@
 namespace {
 
 constexpr mode_t ownerOnly = 0077;
-
-// A descriptor of the service in the place of a standard one would be written to, and lost at a child's fork.
-void fillStandardDescriptors() {
-  int descriptor;
-  do {
-    descriptor = ::open("/dev/null", O_RDWR | O_NOCTTY);
-  } while (descriptor >= 0 && descriptor <= STDERR_FILENO);
-  if (descriptor >= 0) ::close(descriptor);
-}
 
 // What the launcher left of its own arrangements must not decide how children end, nor a file that may not
 // grow how the service does.
@@ -38,7 +30,8 @@ void arrangeSignals() {
 void terminalRuntimeMain(int count, char** arguments) {
   using namespace velotide;
   if (count != 3 || std::string_view(arguments[1]) != "--root") throw Failure(RuntimeFailure::invalidRequest);
-  fillStandardDescriptors();
+  // One of the service in such a place would also be lost at a child's fork.
+  fillStandardDescriptors(O_RDWR);
   arrangeSignals();
   ::umask(ownerOnly);
   ::setsid();

@@ -22,9 +22,9 @@ constexpr const char* overview =
     "A session is named by its ID or any beginning of it that fits no other.";
 
 constexpr const char* overviewFooter =
-    "\nExit status: 0 done, 1 failed, 2 wrong usage, 3 no service is running. `new`, `attach` and `run`\n"
-    "pass on the program's status; there 125 is a failure of their own, 126 a program that cannot be\n"
-    "executed, 127 one that was not found, 128+n the end by signal n.\n"
+    "\nExit status: 0 done, 1 failed, 2 wrong usage, 3 no service is running. `new`, `attach`, `restart`\n"
+    "and `run` pass on the program's status; there 125 is a failure of their own, 126 a program that\n"
+    "cannot be executed, 127 one that was not found, 128+n the end by signal n.\n"
     "The service is found through --root, else VELOTIDE_ROOT, else XDG_RUNTIME_DIR/velotide, else\n"
     "~/.local/state/velotide; `new` and `run` start it when none answers there. NO_COLOR is honoured.";
 
@@ -375,7 +375,7 @@ void CommandLine::takeCommand(CLI::App* command) {
 }
 
 bool CommandLine::passesStatus() const {
-  for (const char* name : {"new", "attach", "run", "exec"}) {
+  for (const char* name : {"new", "attach", "restart", "run", "exec"}) {
     if (app_.got_subcommand(name)) return true;
   }
   return false;

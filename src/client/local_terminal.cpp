@@ -8,6 +8,7 @@
 #include <unistd.h>
 
 #include <algorithm>
+#include <cstdlib>
 
 #include "client/notices.h"
 #include "client/trouble.h"
@@ -23,14 +24,24 @@ constexpr std::int64_t largestSize = 1000;
 
 bool LocalTerminal::isPresent() { return ::isatty(STDIN_FILENO) == 1 && ::isatty(STDOUT_FILENO) == 1; }
 
-WindowSize LocalTerminal::size() {
+bool LocalTerminal::isColored() {
+  const char* value = std::getenv("NO_COLOR");
+  return !value || *value == '\0';
+}
+
+std::optional<WindowSize> LocalTerminal::sizeIfPresent() {
   winsize size{};
   for (const int descriptor : {STDOUT_FILENO, STDIN_FILENO, STDERR_FILENO}) {
     if (::ioctl(descriptor, TIOCGWINSZ, &size) == 0 && size.ws_col > 0 && size.ws_row > 0)
-      return {std::min<std::int64_t>(size.ws_col, largestSize),
-              std::min<std::int64_t>(size.ws_row, largestSize)};
+      return WindowSize{std::min<std::int64_t>(size.ws_col, largestSize),
+                        std::min<std::int64_t>(size.ws_row, largestSize)};
   }
-  return {TerminalRuntimeLimits::defaultColumns, TerminalRuntimeLimits::defaultRows};
+  return std::nullopt;
+}
+
+WindowSize LocalTerminal::size() {
+  return sizeIfPresent().value_or(
+      WindowSize{TerminalRuntimeLimits::defaultColumns, TerminalRuntimeLimits::defaultRows});
 }
 
 LocalTerminal::LocalTerminal() {

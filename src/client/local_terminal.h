@@ -3,6 +3,7 @@
 #include <termios.h>
 
 #include <cstddef>
+#include <optional>
 #include <string_view>
 
 #include "base/bytes.h"
@@ -24,7 +25,10 @@ class LocalTerminal {
  public:
   // Whether standard input and output are one.
   static bool isPresent();
-  // Its size, within what a session can have; the protocol's default when there is none.
+  // Whether colours are welcome: unless NO_COLOR has a value.
+  static bool isColored();
+  // Its size, within what a session can have, if there is one; else the protocol's default.
+  static std::optional<WindowSize> sizeIfPresent();
   static WindowSize size();
 
   // Throws Trouble when it cannot be used.

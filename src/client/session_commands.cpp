@@ -22,11 +22,14 @@ std::vector<Uuid> chosen(Service& service, const CloseOptions& options) {
 }  // namespace
 
 int resizeSession(Service& service, const std::string& name, std::int64_t columns, std::int64_t rows) {
+  const std::optional<WindowSize> size =
+      columns > 0 ? WindowSize{columns, rows} : LocalTerminal::sizeIfPresent();
+  if (!size)
+    throw Trouble("There is no terminal here to take the size of. Give COLUMNS and ROWS.", ExitStatus::usage);
   const TerminalRuntimeSessionInfo session = findSession(service, name);
-  const WindowSize size = columns > 0 ? WindowSize{columns, rows} : LocalTerminal::size();
   TerminalRuntimeRequest request = Service::about(session, TerminalRuntimeAction::resize);
-  request.columns = size.columns;
-  request.rows = size.rows;
+  request.columns = size->columns;
+  request.rows = size->rows;
   service.call(request);
   return ExitStatus::success;
 }

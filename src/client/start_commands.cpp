@@ -99,6 +99,7 @@ int runProgram(Service& service, const StartOptions& options) {
 }
 
 int restartSession(Service& service, const std::string& name, const StartOptions& options) {
+  DetachKey::named(options.detachKey);
   const TerminalRuntimeSessionInfo before = findSession(service, name);
   if (before.running)
     throw Trouble("The session is still running. End its program, or close it and start another.");

@@ -121,6 +121,15 @@ class Running(ClientCase):
                 self.call(*words, status=status)
                 self.assertNotIn(b"running", self.call("ls"))
 
+    def test_what_cannot_be_done_as_asked_is_refused_before_anything_happens(self):
+        session = self.new("true")
+        wait_until(lambda: b"running" not in self.call("ls"), "the end of the program")
+        self.call("restart", "--detach-key", "foo", session, "--", "cat", status=125)
+        self.call("resize", session, status=2)
+        self.assertNotIn(b"running", self.call("ls"))
+        silent = subprocess.run(["sh", "-c", f"{VELOTIDE} ls >&-"], env=self.environment, check=False)
+        self.assertEqual(1, silent.returncode)
+
     def test_standard_input_and_output_pass_unchanged(self):
         everything = bytes(range(256))
         for data in [b"", b"no line end", b"\n", everything * 40, everything[::-1] * 3 + b"x" * 5000 + b"\n",
