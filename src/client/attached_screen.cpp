@@ -1,6 +1,5 @@
 #include "client/attached_screen.h"
 
-#include <cstdlib>
 #include <utility>
 
 namespace velotide::client {
@@ -35,12 +34,11 @@ void AttachedScreen::show(std::string_view output) {
 }
 
 void AttachedScreen::note(std::string_view text) {
-  const bool isColored = std::getenv("NO_COLOR") == nullptr;
   // Saves the cursor and its attributes, and puts them back.
   std::string note =
       "\x1b"
       "7\x1b[1;1H";
-  note += isColored ? "\x1b[0;7m " : "\x1b[0m ";
+  note += LocalTerminal::isColored() ? "\x1b[0;7m " : "\x1b[0m ";
   note += text;
   note +=
       " \x1b[0m\x1b[K\x1b"

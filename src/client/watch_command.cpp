@@ -24,11 +24,6 @@ namespace {
 constexpr Seconds redrawPause = 1;
 constexpr Seconds messageTime = 6;
 
-bool isColored() {
-  const char* value = std::getenv("NO_COLOR");
-  return !value || *value == '\0';
-}
-
 class Watch {
  public:
   Watch(Service& service, DetachKey detachKey)
@@ -67,7 +62,7 @@ class Watch {
   DetachKey detachKey_;
   // Before the display, so that no signal ends the process before the terminal is given back.
   std::optional<SignalPipe> signals_;
-  WatchDisplay display_{isColored()};
+  WatchDisplay display_{LocalTerminal::isColored()};
   WatchedSessions sessions_;
   WatchFeed feed_;
   WatchView view_;
