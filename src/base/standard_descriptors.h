@@ -5,8 +5,8 @@
 
 namespace velotide {
 
-// Opens /dev/null, in the `mode` of open(2), wherever a standard descriptor is closed: a socket or file that took
-// its number would get what is meant for that.
+// Opens /dev/null, in the `mode` of open(2), wherever a standard descriptor is closed: a socket or file that
+// took its number would get what is meant for that.
 inline void fillStandardDescriptors(int mode) {
   int descriptor;
   do {

@@ -93,7 +93,6 @@ class CommandLine {
   void addDetachKey(CLI::App* command);
   std::vector<std::string> takeWords(std::vector<std::string> words);
   void takeCommand(CLI::App* command);
-  std::vector<CompletedCommand> completed();
   int fail(const Trouble& trouble) const;
   int failUsage(const CLI::ParseError& error) const;
   bool passesStatus() const;
@@ -341,25 +340,10 @@ void CommandLine::addServiceCommands() {
                        [this](Service& service) { return stopService(service, closesAll_); });
   stop->add_flag("--close-all", closesAll_, "Close all sessions first");
   CLI::App* completion = add("completion", "Print completions for a shell",
-                             [this](Service&) { return printCompletion(shell_, completed()); });
+                             [this](Service&) { return printCompletion(shell_, app_); });
   completion->add_option("SHELL", shell_, "bash, zsh or fish")
       ->required()
-      ->check(CLI::IsMember({"bash", "zsh", "fish"}));
-}
-
-std::vector<CompletedCommand> CommandLine::completed() {
-  std::vector<CompletedCommand> commands;
-  for (const CLI::App* command : app_.get_subcommands({})) {
-    CompletedCommand known{command->get_name(), command->get_description(), {}, false, false};
-    for (const CLI::Option* option : command->get_options()) {
-      if (option->get_positional()) known.takesSessions |= option->get_name() == "SESSION";
-      for (const std::string& name : option->get_lnames()) known.options.push_back("--" + name);
-    }
-    known.takesSessions |= known.name == "restart";
-    known.takesProgram = known.name == "new" || known.name == "run";
-    commands.push_back(std::move(known));
-  }
-  return commands;
+      ->check(CLI::IsMember(std::vector<std::string>(completedShells.begin(), completedShells.end())));
 }
 
 // The program to start: what the parser left over, which begins at the first word that is no option.

@@ -1,21 +1,17 @@
 #pragma once
 
+#include <array>
 #include <string>
-#include <vector>
+
+namespace CLI {
+class App;
+}
 
 namespace velotide::client {
 
-// What shells complete of one command.
-struct CompletedCommand {
-  std::string name;
-  std::string description;
-  std::vector<std::string> options;
-  // Words that are no options: sessions, or the words of another command line.
-  bool takesSessions = false;
-  bool takesProgram = false;
-};
+inline constexpr std::array completedShells{"bash", "zsh", "fish"};
 
-// Prints the completions for "bash", "zsh" or "fish".
-int printCompletion(const std::string& shell, const std::vector<CompletedCommand>& commands);
+// Prints the completions of `app`, the whole command line, for one of those shells.
+int printCompletion(const std::string& shell, CLI::App& app);
 
 }  // namespace velotide::client

@@ -223,10 +223,18 @@ class Completing(ClientCase):
             subprocess.run([shell, "-n", script], check=True)
         bash = f". {self.directory}/bash; COMP_WORDS=(velotide %s); COMP_CWORD=%d; _velotide; echo ${{COMPREPLY[*]}}"
         fish = f"source {self.directory}/fish; complete -C 'velotide %s'"
-        for words, found in (("att", "attach attention"), ("ls --j", "--json"), ("show " + session[:3], session)):
-            for shell, line in (("bash", bash % (words, words.count(" ") + 1)), ("fish", fish % words)):
+        zsh = ("compdef() {}; compadd() { print -- ${(P)argv[-1]} }; _describe() { print -- ${(P)argv[-1]%%:*} }; "
+               f". {self.directory}/zsh; words=(velotide %s); CURRENT=%d; PREFIX=$words[CURRENT]; _velotide")
+        elsewhere = {**self.environment, "VELOTIDE_ROOT": "/nowhere"}
+        for words, found in (("att", "attach attention"), ("ls --j", "--json"), (f"--root {self.root} show ", session),
+                             ("--ver", "--version"), ("-q --root /tmp atta", "attach"), ("ls --ro", "--root"),
+                             ("agent ", "bind report exit hook"), ("wait X --agent ", "idle blocked"),
+                             ("completion ", "bash zsh fish"), (f"show --root {self.root} {session[:3]}", session)):
+            count, given = words.count(" "), words + "''" * words.endswith(" ")
+            for shell, line in (("bash", bash % (given, count + 1)), ("zsh", zsh % (given, count + 2)),
+                                ("fish", fish % words)):
                 with self.subTest(shell=shell, words=words):
-                    shown = subprocess.check_output([shell, "-c", line], env=self.environment).decode()
+                    shown = subprocess.check_output([shell, "-c", line], env=elsewhere).decode()
                     self.assertLessEqual(set(found.split()), set(shown.split()))
 
 
