@@ -75,7 +75,7 @@ class Execution final : SessionLink::Observer {
     changedAt_ = now();
     end_ = offset + bytes.size();
     screen_.take(bytes, offset);
-    if (output_) shown_.print(bytesOf(output_->take(bytes, offset)));
+    if (output_) show(output_->take(bytes, offset));
   }
   void missOutput(std::uint64_t bytes) override { missed_ += output_ ? bytes : 0; }
   void takeState(const TerminalRuntimeSessionInfo&) override {}
@@ -93,6 +93,7 @@ class Execution final : SessionLink::Observer {
   void awaitStart();
   int awaitEnd();
   int conclude();
+  void show(std::string_view output);
   bool isTold() const;
   bool isQuiet() const { return now() - changedAt_ >= settled; }
   void pump(Seconds limit);
@@ -104,7 +105,7 @@ class Execution final : SessionLink::Observer {
   PromptScreen screen_;
   std::optional<CommandWatch> output_;
   ShownOutput shown_;
-  SignalPipe signals_{{SIGINT, SIGTERM, SIGHUP}};
+  SignalPipe signals_{{SIGINT, SIGTERM, SIGHUP, SIGQUIT, SIGPIPE}};
   SessionLink link_;
   std::optional<SessionControl> control_;
   const Uptime deadline_;
@@ -137,6 +138,16 @@ void Execution::takeSignals() {
     interruptedAt_ = now();
     if (const auto word = control_->type(interruptKey, SessionControl::Expects::nothing))
       service_.notices().error("Ctrl-C was not taken: " + explain(*word));
+  }
+}
+
+void Execution::show(std::string_view output) {
+  try {
+    shown_.print(bytesOf(output));
+  } catch (const Trouble&) {
+    // That nobody reads any more came as a signal, which has a status of its own.
+    takeSignals();
+    throw;
   }
 }
 
@@ -251,7 +262,7 @@ int Execution::awaitEnd() {
     if (deadline_ <= now()) break;
     pump(interruptedAt_ ? settled : 10);
   }
-  shown_.print(bytesOf(output_->rest()));
+  show(output_->rest());
   if (missed_ > 0)
     service_.notices().error(std::to_string(missed_) +
                              " bytes of output were lost: they came faster than they could be taken.");

@@ -1,9 +1,13 @@
+#include <poll.h>
 #include <unistd.h>
+
+#include <array>
 
 #include "client/commands.h"
 #include "client/key_names.h"
 #include "client/session_input.h"
 #include "client/session_names.h"
+#include "client/signal_pipe.h"
 #include "client/trouble.h"
 
 namespace velotide::client {
@@ -19,10 +23,61 @@ constexpr Seconds reactionDeadline = 0.2;
                 " holds control of the session. Wait until it lets go, or type under its name with --as.");
 }
 
+// The lease of one agent, for as long as the object lives; kept if the agent had it before. Signals that end
+// this process wait meanwhile, so that control is released.
+class Lease {
+ public:
+  Lease(Service& service, TerminalRuntimeSessionInfo& session, std::string owner)
+      : service_(service), owner_(std::move(owner)), isKept_(session.controlOwner == owner_) {
+    TerminalRuntimeResponse response = change(session, TerminalRuntimeAction::acquireControl);
+    if (response.error == "control_changed") {
+      session = service_.session(session.id).value_or(session);
+      response = change(session, TerminalRuntimeAction::acquireControl);
+    }
+    if (response.error == "control_owned") failOwned(session);
+    if (response.error == "invalid_request")
+      throw Trouble("An owner is named with 1 to 128 printable ASCII characters.", ExitStatus::usage);
+    if (!response.ok || !response.session) throw Trouble(explain(response.error.value_or("")));
+    session = *response.session;
+    session_ = session;
+  }
+  ~Lease() {
+    if (isKept_) return;
+    try {
+      change(session_, TerminalRuntimeAction::releaseControl);
+    } catch (const Trouble&) {
+      // It ends by itself after two minutes.
+    }
+  }
+  Lease(const Lease&) = delete;
+  Lease& operator=(const Lease&) = delete;
+
+  // Where poll(2) sees that such a signal came, and what then ends the command.
+  int signals() const { return signals_.descriptor(); }
+  void obeySignals() {
+    for (const int signal : signals_.take())
+      throw Trouble("Stopped; what was sent before is typed.", ExitStatus::signalBase + signal);
+  }
+
+ private:
+  TerminalRuntimeResponse change(const TerminalRuntimeSessionInfo& session, TerminalRuntimeAction action) {
+    TerminalRuntimeRequest request = Service::about(session, action);
+    request.owner = owner_;
+    return service_.ask(std::move(request));
+  }
+
+  SignalPipe signals_{{SIGINT, SIGTERM, SIGHUP, SIGQUIT}};
+  Service& service_;
+  std::string owner_;
+  bool isKept_;
+  TerminalRuntimeSessionInfo session_;
+};
+
 // Sends all that is queued, in order.
-void deliver(Service& service, SessionInput& input) {
+void deliver(Service& service, SessionInput& input, std::optional<Lease>& lease) {
   Patience patience(service.notices(), "the program to take its input", roomDeadline);
   while (const std::optional<TerminalRuntimeRequest> request = input.next()) {
+    if (lease) lease->obeySignals();
     switch (input.accept(service.ask(*request))) {
       case SessionInput::Outcome::fine:
         break;
@@ -53,56 +108,19 @@ void awaitReaction(Service& service, SessionInput& input) {
   }
 }
 
-// The lease of one agent, for as long as the object lives; kept if the agent had it before.
-class Lease {
- public:
-  Lease(Service& service, TerminalRuntimeSessionInfo& session, std::string owner)
-      : service_(service), owner_(std::move(owner)), isKept_(session.controlOwner == owner_) {
-    TerminalRuntimeResponse response = change(session, TerminalRuntimeAction::acquireControl);
-    if (response.error == "control_changed") {
-      session = service_.session(session.id).value_or(session);
-      response = change(session, TerminalRuntimeAction::acquireControl);
-    }
-    if (response.error == "control_owned") failOwned(session);
-    if (response.error == "invalid_request")
-      throw Trouble("An owner is named with 1 to 128 printable ASCII characters.", ExitStatus::usage);
-    if (!response.ok || !response.session) throw Trouble(explain(response.error.value_or("")));
-    session = *response.session;
-    session_ = session;
-  }
-  ~Lease() {
-    if (isKept_) return;
-    try {
-      change(session_, TerminalRuntimeAction::releaseControl);
-    } catch (const Trouble&) {
-      // It ends by itself after two minutes.
-    }
-  }
-  Lease(const Lease&) = delete;
-  Lease& operator=(const Lease&) = delete;
-
- private:
-  TerminalRuntimeResponse change(const TerminalRuntimeSessionInfo& session, TerminalRuntimeAction action) {
-    TerminalRuntimeRequest request = Service::about(session, action);
-    request.owner = owner_;
-    return service_.ask(std::move(request));
-  }
-
-  Service& service_;
-  std::string owner_;
-  bool isKept_;
-  TerminalRuntimeSessionInfo session_;
-};
-
 void add(SessionInput& input, std::string_view text) { input.add(SessionInput::Kind::typed, bytesOf(text)); }
 
-void sendStandardInput(Service& service, SessionInput& input) {
+void sendStandardInput(Service& service, SessionInput& input, std::optional<Lease>& lease) {
   char bytes[65536];
   for (;;) {
+    std::array<pollfd, 2> entries = {{{STDIN_FILENO, POLLIN, 0}, {lease ? lease->signals() : -1, POLLIN, 0}}};
+    ::poll(entries.data(), entries.size(), -1);
+    if (lease) lease->obeySignals();
+    if (entries[0].revents == 0) continue;
     const ssize_t count = ::read(STDIN_FILENO, bytes, sizeof bytes);
     if (count <= 0) return;
     add(input, {bytes, static_cast<std::size_t>(count)});
-    deliver(service, input);
+    deliver(service, input, lease);
   }
 }
 
@@ -128,12 +146,12 @@ int sendInput(Service& service, const SendOptions& options) {
   SessionInput input(session, options.owner);
   std::string text;
   for (const std::string& word : options.text) text += (text.empty() ? "" : " ") + word;
-  if (options.text.empty() && keys.empty()) sendStandardInput(service, input);
+  if (options.text.empty() && keys.empty()) sendStandardInput(service, input, lease);
   add(input, text);
-  deliver(service, input);
+  deliver(service, input, lease);
   if (!text.empty() && (!keys.empty() || lease)) awaitReaction(service, input);
   add(input, keys);
-  deliver(service, input);
+  deliver(service, input, lease);
   if (!keys.empty() && lease) awaitReaction(service, input);
   return ExitStatus::success;
 }

@@ -87,7 +87,7 @@ void WaitCommandLine::addExec(const Add& add) {
       "122\n"
       "another command began before this one's end was told, 123 the session ended, 124 timed out, 125 own "
       "failure,\n"
-      "130 interrupted. With 120 and 121 nothing was typed.");
+      "130 interrupted, 128+n ended by signal n. With 120 and 121 nothing was typed.");
 }
 
 }  // namespace velotide::client

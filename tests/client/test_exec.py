@@ -61,6 +61,21 @@ class Exec(ClientCase):
             self.execute("--", "exit 5", status=None)
             self.assertIn(self.status, (123, 5), self.errors)
 
+    def test_control_is_let_go_on_every_way_out(self):
+        session = self.start_shell("bash")
+        for stop, status in ((lambda c: c.stdout.close(), 141), (lambda c: c.send_signal(signal.SIGQUIT), 131)):
+            running = self.start("exec", session, "--", "while echo y; do sleep 0.01; done")
+            running.stdout.read(1)
+            stop(running)
+            self.assertEqual(status, running.wait(DEADLINE))
+            self.call("send", session, "-k", "ctrl-c")  # which is refused while somebody has control
+            self.call("wait", session, "--last-command")
+        sending = self.start("send", session, "--as", "bot", stdin=subprocess.PIPE)
+        wait_until(lambda: b"bot" in self.call("ls"), "control")
+        sending.send_signal(signal.SIGINT)
+        self.assertEqual(130, sending.wait(DEADLINE))
+        self.assertNotIn(b"bot", self.call("ls"))
+
     def test_a_program_without_marks_or_under_control_of_another_is_left_alone(self):
         session = self.new("sh", "-c", "echo ready; exec cat")
         self.wait_for_output(session, b"ready")
