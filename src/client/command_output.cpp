@@ -36,7 +36,11 @@ void CommandOutput::take(const TerminalLocatedShellEvent& mark, ByteQueue& outpu
   isOver_ =
       std::holds_alternative<TerminalShellCommandFinished>(mark.event) || (start && !start->text.empty());
   const std::string bytes = takeUntil(mark.endOffset);
-  if (hasOutput_) heldMarks_ += bytes;
+  if (!hasOutput_) return;
+  heldMarks_ += bytes;
+  if (heldMarks_.size() <= maximumHeldMarks) return;
+  output.append(heldMarks_);
+  heldMarks_.clear();
 }
 
 void CommandOutput::takeOutput(std::uint64_t end, bool isAll, ByteQueue& output) {

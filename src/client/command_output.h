@@ -10,8 +10,9 @@ namespace velotide::client {
 
 // Finds the output of one command in its session's stream: what stands behind the mark of its start up to the
 // mark of its end, or of the next command's start. Neither marks of shell and place that touch either nor
-// what the shell prints before it runs the command are output. Takes the stream in any chunks, from the start
-// mark on or, so that the mark of the shell is met, from before.
+// what the shell prints before it runs the command are output; more than 64 KiB of such marks, which no shell
+// makes, are. Takes the stream in any chunks, from the start mark on or, so that the mark of the shell is
+// met, from before.
 class CommandOutput {
  public:
   // `markerOffset`: where in the stream the start mark begins.
@@ -19,6 +20,8 @@ class CommandOutput {
 
   // How far before the start mark that of the shell begins at most, the places of both being of usual length.
   static constexpr std::uint64_t lead = 16'384;
+  // Of marks behind output.
+  static constexpr std::size_t maximumHeldMarks = 65'536;
 
   // Appends what is known to be output with this chunk. One that does not continue the
   // stream begins it anew, which is a loss unless the start mark is still to come.

@@ -74,7 +74,8 @@ class Execution final : SessionLink::Observer {
   void takeOutput(ByteView bytes, std::uint64_t offset) override {
     changedAt_ = now();
     end_ = offset + bytes.size();
-    screen_.take(bytes, offset);
+    // What the command shows is no prompt.
+    if (!output_ || output_->state() == CommandWatch::State::awaited) screen_.take(bytes, offset);
     if (output_) show(output_->take(bytes, offset));
   }
   void missOutput(std::uint64_t bytes) override { missed_ += output_ ? bytes : 0; }

@@ -197,6 +197,8 @@ void PromptScreen::control(const ControlSequence& sequence) {
     case '@':
       if (static_cast<std::size_t>(count) < maximumColumns)
         row().insert(column_, static_cast<std::size_t>(count), U' ');
+      // What is pushed out behind the last column is gone.
+      if (row().size() > maximumColumns) row().resize(maximumColumns);
       return;
     default:
       // Of those that do not move the cursor or the text, the ones that occur in prompts.

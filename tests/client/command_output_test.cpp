@@ -2,6 +2,9 @@
 
 #include <gtest/gtest.h>
 
+#include "client/prompt_screen.h"
+#include "support/repeated_text.h"
+
 namespace velotide::client {
 
 namespace {
@@ -60,6 +63,23 @@ TEST(CommandOutput, IsLostWithAGapBehindItsStart) {
   scan.accept(bytesOf("more"), 104 + start.size(), output);
   EXPECT_TRUE(scan.isLost());
   EXPECT_EQ(output.text(), "abc");
+}
+
+TEST(CommandOutput, HoldsNoMoreMarksThanAShellMakes) {
+  ByteQueue output;
+  CommandOutput scan(0);
+  const std::string marks = repeat(place, 2 * CommandOutput::maximumHeldMarks / place.size());
+  scan.accept(bytesOf(start + "a" + marks), 0, output);
+  EXPECT_GE(output.size() + CommandOutput::maximumHeldMarks, marks.size());
+}
+
+TEST(PromptScreen, LosesWhatIsPushedBehindItsLastColumn) {
+  PromptScreen screen;
+  const std::string prompt = mark("shell=bash") + "$ \r\nx\r\x1b[1999@";
+  screen.take(bytesOf(prompt + "\x1b[A\x1b[3G"), 0);
+  EXPECT_FALSE(screen.isEmptyPrompt());
+  screen.take(bytesOf(prompt + "\x1b[@\x1b[A\x1b[3G"), prompt.size());
+  EXPECT_TRUE(screen.isEmptyPrompt());
 }
 
 }  // namespace
