@@ -35,6 +35,7 @@ class Attachment final : SessionLink::Observer {
   Attachment(Service& service, const TerminalRuntimeSessionInfo& session, const AttachWish& wish)
       : service_(service),
         wish_(wish),
+        isNew_(wish.isNew),
         link_(service, *this, session, std::nullopt),
         input_(wish.detachKey) {}
 
@@ -65,6 +66,8 @@ class Attachment final : SessionLink::Observer {
 
   Service& service_;
   const AttachWish& wish_;
+  // Whether all output is news to the terminal.
+  bool isNew_;
   // Before the screen, so that no signal ends the process before the terminal is given back.
   std::optional<SignalPipe> signals_;
   AttachedScreen screen_;
@@ -186,6 +189,7 @@ void Attachment::resume() {
   screen_.take();
   screen_.clear();
   past_ = {};
+  isNew_ = false;
   link_.resize(LocalTerminal::size());
   link_.replay();
 }
@@ -198,7 +202,7 @@ void Attachment::redraw() {
 
 void Attachment::takeOutput(ByteView output, std::uint64_t offset) {
   std::string_view text = textOf(output);
-  const std::uint64_t pastEnd = wish_.isNew ? 0 : link_.openedAt();
+  const std::uint64_t pastEnd = isNew_ ? 0 : link_.openedAt();
   if (offset < pastEnd) {
     const auto past = static_cast<std::size_t>(std::min<std::uint64_t>(text.size(), pastEnd - offset));
     screen_.show(past_.filter(text.substr(0, past)));

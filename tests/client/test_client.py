@@ -64,6 +64,10 @@ class Attaching(ClientCase):
         terminal.expect(b"ready")
         terminal.type(b"\r")
         self.assertEqual(0, terminal.finish())
+        terminal = self.terminal("new", "--", "sh", "-c", r"printf 'a\033[c\007ready'; read x")
+        terminal.expect(b"a\x1b[c\aready")
+        terminal.process.send_signal(signal.SIGCONT)
+        terminal.expect(b"aready")  # asked and rung once
 
     def test_an_agent_in_control_keeps_typing_out_until_it_lets_go(self):
         session = self.new("sh", "-c", "echo ready; exec cat")
