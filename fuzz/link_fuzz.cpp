@@ -101,7 +101,8 @@ class Attachment : private SessionLink::Observer {
         expected_ = 0;
         return link_->replay();
       case 12:
-        return link_->resize({1 + static_cast<std::int64_t>(script_.byte()), 24});
+        columns_ = 1 + static_cast<std::int64_t>(script_.byte());
+        return link_->resize({*columns_, 24});
       case 13:
         received_ += program().takeInput();
         return;
@@ -165,6 +166,7 @@ class Attachment : private SessionLink::Observer {
     if (!isClosed) require(expected_ == program().printed().size());
     if (link_->ending() || isLossy_) return;
     require(link_->input().empty());
+    require(!columns_ || session()->info().columns == *columns_);
     received_ += program().takeInput();
     for (std::size_t at; (at = received_.find(reply)) != std::string::npos;)
       received_.erase(at, reply.size());
@@ -195,6 +197,7 @@ class Attachment : private SessionLink::Observer {
   std::uint64_t expected_ = 0;
   std::string typed_;
   std::string received_;
+  std::optional<std::int64_t> columns_;
   // Something happened at which typing may be lost.
   bool isLossy_ = false;
   int act_ = 0;
@@ -203,7 +206,7 @@ class Attachment : private SessionLink::Observer {
 }  // namespace
 
 // Whatever happens on the way: a link shows every byte of output once and in order, or tells of the gap, and
-// brings every byte of typing once and in order to the program.
+// brings every byte of typing once and in order, and the last size, to the program.
 extern "C" int LLVMFuzzerTestOneInput(const std::uint8_t* data, std::size_t size) {
   static const TemporaryDirectory directory(quickestParent());
   [[maybe_unused]] static const auto ignored = ::signal(SIGPIPE, SIG_IGN);

@@ -63,7 +63,8 @@ void SessionLink::send(TerminalRuntimeRequest request) {
 }
 
 void SessionLink::resize(WindowSize size) {
-  unsentSize_ = size;
+  wantedSize_ = size;
+  resize_.reset();
   sendWaiting();
 }
 
@@ -108,11 +109,11 @@ void SessionLink::turn(short happened) {
 
 void SessionLink::sendWaiting() {
   if (!connection_ || !isSubscribed_) return;
-  if (unsentSize_) {
+  if (wantedSize_ && !resize_) {
     TerminalRuntimeRequest request = Service::about(session_, TerminalRuntimeAction::resize);
-    request.columns = unsentSize_->columns;
-    request.rows = unsentSize_->rows;
-    unsentSize_.reset();
+    request.columns = wantedSize_->columns;
+    request.rows = wantedSize_->rows;
+    resize_ = request.id;
     send(std::move(request));
   }
   if (inputPausedUntil_) return;
@@ -137,6 +138,9 @@ void SessionLink::take(const TerminalRuntimeResponse& response) {
     const SessionInput::Outcome outcome = input_.accept(response);
     if (outcome == SessionInput::Outcome::refusedByOwner) observer_.refuseInput();
     if (outcome == SessionInput::Outcome::full) inputPausedUntil_ = now_ + fullPause;
+  } else if (response.id == resize_) {
+    wantedSize_.reset();
+    resize_.reset();
   } else if (response.id == inquiry_ && response.ok) {
     watchForEnd(response);
   }
@@ -156,8 +160,9 @@ void SessionLink::takeSubscription(const TerminalRuntimeResponse& response) {
     session_ = *response.session;
     input_.observe(session_);
   }
-  takeOutput(response);
+  // First whose output it is: it may be that of a new program.
   observer_.takeState(session_);
+  takeOutput(response);
   watchForEnd(response);
 }
 
@@ -180,6 +185,9 @@ void SessionLink::takeRefusal(std::string_view word) {
   session_ = *found;
   input_.observe(session_);
   cursor_.reset();
+  openedAt_.reset();
+  overSince_.reset();
+  overAt_.reset();
   subscribe();
 }
 
@@ -199,6 +207,7 @@ void SessionLink::watchForEnd(const TerminalRuntimeResponse& response) {
 void SessionLink::loseConnection() {
   connection_.reset();
   isSubscribed_ = false;
+  resize_.reset();
   if (!lostAt_) {
     lostAt_ = now_;
     retryAt_ = now_;

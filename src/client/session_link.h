@@ -89,7 +89,9 @@ class SessionLink {
   Observer& observer_;
   TerminalRuntimeSessionInfo session_;
   SessionInput input_;
-  std::optional<WindowSize> unsentSize_;
+  // Until the service has answered to it; and the request that is on its way.
+  std::optional<WindowSize> wantedSize_;
+  std::optional<Uuid> resize_;
   std::optional<TerminalRuntimeOutputCursor> cursor_;
   std::optional<std::uint64_t> openedAt_;
   std::optional<SessionEnding> ending_;

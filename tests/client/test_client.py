@@ -216,6 +216,19 @@ class Listing(ClientCase):
                 shown = self.call(*words.split(), status=status)
                 self.assertTrue(shown == b"[a,b] -- c\n" or not words.startswith("run"), shown)
 
+    def test_following_goes_on_with_the_program_that_took_the_place(self):
+        session = self.new("sh", "-c", "printf one; read x")
+        follow = self.start("read", "-f", "--json", session, stderr=subprocess.DEVNULL)
+        self.assertIn(b"data", follow.stdout.readline())
+        follow.send_signal(signal.SIGSTOP)
+        self.call("send", session, given=b"\n")
+        wait_until(lambda: b"running" not in self.call("ls"), "the end")
+        self.call("restart", "-d", session, "--", "sh", "-c", "printf two; read x")
+        follow.send_signal(signal.SIGCONT)
+        cursor = next(told["cursor"] for line in follow.stdout if b"two" in base64.b64decode(
+            (told := json.loads(line))["data"]))
+        self.call("read", session, "--after", f"{cursor['generation']}:{cursor['offset']}")
+
 
 class Completing(ClientCase):
     def test_shells_complete_verbs_options_and_sessions(self):
