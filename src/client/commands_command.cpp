@@ -123,8 +123,8 @@ int listCommands(Service& service, const std::string& name, bool follows, bool a
   if (!follows) return ExitStatus::success;
   SessionLink link(service, printer, session,
                    TerminalRuntimeOutputCursor{session.generation, session.outputOffset});
-  link.open();
-  if (follow(link, [] { return false; }) == Followed::sessionEnded &&
+  if (follow(
+          link, [] { return false; }, [] {}) == Followed::sessionEnded &&
       link.ending()->kind == SessionEnding::Kind::serviceGone)
     throw Trouble("The service is gone, and the session with it.", ExitStatus::notRunning);
   return ExitStatus::success;

@@ -53,7 +53,7 @@ class Execution final : SessionLink::Observer {
 
   int run() {
     try {
-      link_.open();
+      link_.open(signals_.descriptor());
       awaitPrompt();
       takeControl();
       typeCommand();
@@ -105,8 +105,9 @@ class Execution final : SessionLink::Observer {
   const Uptime begin_ = now();
   PromptScreen screen_;
   std::optional<CommandWatch> output_;
-  ShownOutput shown_;
-  SignalPipe signals_{{SIGINT, SIGTERM, SIGHUP, SIGQUIT, SIGPIPE}};
+  // Before what is shown, so that no signal ends the process before the terminal is given back.
+  SignalPipe signals_{{SIGINT, SIGTERM, SIGHUP, SIGQUIT, SIGPIPE, SIGTSTP}};
+  ShownOutput shown_{ShownOutput::Signals::owners};
   SessionLink link_;
   std::optional<SessionControl> control_;
   const Uptime deadline_;
@@ -133,6 +134,11 @@ void Execution::pump(Seconds limit) {
 
 void Execution::takeSignals() {
   for (const int signal : signals_.take()) {
+    if (signal == SIGTSTP) {
+      shown_.giveBack();
+      ::kill(::getpid(), SIGSTOP);
+      continue;
+    }
     const int status = ExitStatus::signalBase + signal;
     if (signal != SIGINT) throw Refusal{status, "stopped waiting; what was typed goes on"};
     if (!output_ || interruptedAt_) throw Refusal{status, "interrupted"};

@@ -1,5 +1,7 @@
 #include "client/follow.h"
 
+#include <unistd.h>
+
 #include <algorithm>
 #include <array>
 
@@ -7,15 +9,21 @@
 
 namespace velotide::client {
 
-Followed follow(SessionLink& link, const std::function<bool()>& hasEnough) {
-  SignalPipe signals({SIGINT, SIGTERM, SIGHUP});
+Followed follow(SessionLink& link, const std::function<bool()>& hasEnough,
+                const std::function<void()>& beforeStop) {
+  SignalPipe signals({SIGINT, SIGTERM, SIGHUP, SIGQUIT, SIGTSTP});
+  link.open(signals.descriptor());
   while (!hasEnough()) {
     if (link.ending()) return Followed::sessionEnded;
     std::array<pollfd, 2> entries = {{{signals.descriptor(), POLLIN, 0}, link.pollEntry()}};
     const std::optional<Uptime> deadline = link.deadline();
     ::poll(entries.data(), entries.size(),
            deadline ? std::max(static_cast<int>((*deadline - now()) * 1000), 0) + 1 : -1);
-    if (entries[0].revents != 0) return Followed::interrupted;
+    for (const int signal : signals.take()) {
+      if (signal != SIGTSTP) return Followed::interrupted;
+      beforeStop();
+      ::kill(::getpid(), SIGSTOP);
+    }
     link.turn(entries[1].revents);
   }
   return Followed::enough;

@@ -8,7 +8,9 @@ namespace velotide::client {
 
 enum class Followed { sessionEnded, enough, interrupted };
 
-// Turns an open link until the session ends, the owner has enough, or a signal asks this process to stop.
-Followed follow(SessionLink& link, const std::function<bool()>& hasEnough);
+// Opens the link and turns it until the session ends, the owner has enough, or a signal asks this process to
+// end. One that suspends it does so after `beforeStop`.
+Followed follow(SessionLink& link, const std::function<bool()>& hasEnough,
+                const std::function<void()>& beforeStop);
 
 }  // namespace velotide::client

@@ -66,7 +66,7 @@ std::uint64_t leadOf(const KnownCommand& command) {
 }
 
 void printHeld(Service& service, const TerminalRuntimeSessionInfo& session, const KnownCommand& command) {
-  ShownOutput shown;
+  ShownOutput shown(ShownOutput::Signals::own);
   CommandOutput scan(command.markerOffset);
   ByteQueue output;
   readJournal(service, session, leadOf(command), [&](ByteView piece, std::uint64_t offset) {
@@ -99,12 +99,13 @@ class RunningOutput final : public SessionLink::Observer {
   void loseConnection() override { notices_.note("connection lost: trying again"); }
   void regainConnection() override {}
 
+  void giveBack() { shown_.giveBack(); }
   bool isDone() const { return isRestarted_ || scan_.isOver(); }
 
  private:
   const Notices& notices_;
   const Uuid generation_;
-  ShownOutput shown_;
+  ShownOutput shown_{ShownOutput::Signals::owners};
   CommandOutput scan_;
   ByteQueue found_;
   bool isRestarted_ = false;
@@ -115,8 +116,8 @@ void printRunning(Service& service, const TerminalRuntimeSessionInfo& session, c
   RunningOutput output(service.notices(), command.markerOffset, session.generation);
   SessionLink link(service, output, session,
                    TerminalRuntimeOutputCursor{session.generation, leadOf(command)});
-  link.open();
-  const Followed outcome = follow(link, [&] { return output.isDone(); });
+  const Followed outcome = follow(
+      link, [&] { return output.isDone(); }, [&] { output.giveBack(); });
   if (outcome == Followed::sessionEnded && link.ending()->kind == SessionEnding::Kind::serviceGone)
     throw Trouble("The service is gone, and the session with it.", ExitStatus::notRunning);
 }

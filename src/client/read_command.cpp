@@ -71,7 +71,10 @@ std::optional<TerminalRuntimeOutputCursor> beginning(const ReadOptions& options,
 class OutputPrinter final : public SessionLink::Observer {
  public:
   OutputPrinter(const Service& service, const ReadOptions& options, const Uuid& session)
-      : service_(service), options_(options), session_(session) {}
+      : service_(service),
+        options_(options),
+        session_(session),
+        shown_(options.follows ? ShownOutput::Signals::owners : ShownOutput::Signals::own) {}
 
   void takeOutput(ByteView output, std::uint64_t offset) override {
     if (options_.asJson) {
@@ -92,6 +95,8 @@ class OutputPrinter final : public SessionLink::Observer {
   void refuseInput() override {}
   void loseConnection() override { service_.notices().note("connection lost: trying again"); }
   void regainConnection() override {}
+
+  void giveBack() { shown_.giveBack(); }
 
   // Of the session's output.
   Uuid generation;
@@ -126,8 +131,8 @@ TerminalRuntimeOutputCursor readOn(Service& service, const TerminalRuntimeSessio
                                    std::optional<TerminalRuntimeOutputCursor> cursor, OutputPrinter& printer,
                                    bool asJson) {
   SessionLink link(service, printer, session, cursor);
-  link.open();
-  if (follow(link, [] { return false; }) == Followed::interrupted)
+  if (follow(
+          link, [] { return false; }, [&] { printer.giveBack(); }) == Followed::interrupted)
     return link.cursor().value_or(TerminalRuntimeOutputCursor{session.generation, 0});
   const SessionEnding& ending = *link.ending();
   if (asJson) {

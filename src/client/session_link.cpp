@@ -1,6 +1,7 @@
 #include "client/session_link.h"
 
 #include <algorithm>
+#include <array>
 #include <utility>
 
 #include "client/trouble.h"
@@ -28,13 +29,14 @@ SessionLink::SessionLink(Service& service, Observer& observer, const TerminalRun
       cursor_(after),
       now_(now()) {}
 
-void SessionLink::open() {
+void SessionLink::open(int interruption) {
   Patience patience(service_.notices(), "the service to show the session", openDeadline);
   connect();
   while (!openedAt_ && !ending_ && !patience.isSpent()) {
-    pollfd entry = pollEntry();
-    ::poll(&entry, 1, connection_ ? 500 : static_cast<int>(reconnectPause * 1000));
-    turn(entry.revents);
+    std::array<pollfd, 2> entries = {{pollEntry(), {interruption, POLLIN, 0}}};
+    ::poll(entries.data(), entries.size(), connection_ ? 500 : static_cast<int>(reconnectPause * 1000));
+    if (entries[1].revents != 0) return;
+    turn(entries[0].revents);
   }
   if (openedAt_) return;
   if (ending_ && ending_->kind == SessionEnding::Kind::closed) throw Trouble(explain("unavailable"));

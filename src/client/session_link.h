@@ -46,8 +46,9 @@ class SessionLink {
   SessionLink(Service& service, Observer& observer, const TerminalRuntimeSessionInfo& session,
               std::optional<TerminalRuntimeOutputCursor> after);
 
-  // Subscribes; throws Trouble when that cannot be had within the bounds of a request.
-  void open();
+  // Subscribes; throws Trouble when that cannot be had within the bounds of a request. Leaves the rest to the
+  // turns that follow once there is something to read from `interruption`.
+  void open(int interruption = -1);
 
   const TerminalRuntimeSessionInfo& session() const { return session_; }
   SessionInput& input() { return input_; }

@@ -1,7 +1,10 @@
 #pragma once
 
+#include <optional>
+
 #include "base/bytes.h"
 #include "client/past_output.h"
+#include "client/signal_pipe.h"
 #include "client/terminal_modes.h"
 
 namespace velotide::client {
@@ -11,16 +14,28 @@ namespace velotide::client {
 // modes are switched back.
 class ShownOutput {
  public:
-  ShownOutput();
+  // Whose business signals are that end or stop this process: `own`, they are obeyed between two pieces, the
+  // terminal being given back first.
+  enum class Signals { own, owners };
+
+  explicit ShownOutput(Signals signals);
   ~ShownOutput();
   ShownOutput(const ShownOutput&) = delete;
   ShownOutput& operator=(const ShownOutput&) = delete;
 
   // Throws Trouble when standard output takes no more.
   void print(ByteView output);
+  // Ends what the terminal may still take for an unfinished sequence, and switches its modes back. More may
+  // be printed afterwards.
+  void giveBack();
 
  private:
+  void obeySignals();
+
   const bool isTerminal_;
+  const bool ownsSignals_;
+  // From the first piece on: until then nothing has to be given back.
+  std::optional<SignalPipe> signals_;
   PastOutput past_;
   TerminalModes modes_;
 };

@@ -2,6 +2,7 @@
 
 import json
 import pathlib
+import signal
 import subprocess
 
 from attached_terminal import PROMPT, ClientCase, wait_until
@@ -98,6 +99,21 @@ class MarksTest(CommandsCase):
         self.call("close", session)
         self.assertEqual((b"", b""), following.communicate(timeout=DEADLINE))
         self.assertEqual(following.returncode, 0)
+
+    def test_showing_output_leaves_the_terminal_as_it_was(self):
+        session = self.new("sh", "-c", f"printf '{BEGIN}'; "
+                           r"printf '\033[?1049h\033[?25l'; seq 40000; printf '\033Pq'; seq 2000; cat")
+        self.wait_for_output(session, b"\x1bPq1\r\n")
+        for words, sent, status in [
+                (["read", session], signal.SIGINT, -2), (["output", session, "last"], signal.SIGTERM, -15),
+                (["read", "-f", session], signal.SIGTSTP, None), (["output", "-f", session, "last"], signal.SIGQUIT, 0),
+                (["read", session], 0, 0)]:
+            with self.subTest(words, sent=sent):
+                terminal = self.terminal(*words)
+                terminal.expect(b"\x1b[?25l")
+                terminal.process.send_signal(sent)
+                terminal.expect(b"\x1b[?1049l\x1b[?25h" if sent else b"\n2000\r\r\n\x18\x1b[?1049l")
+                self.assertEqual(status, None if status is None else terminal.finish())
 
     def test_what_is_not_held_or_not_there_is_said(self):
         session = self.new("sh", "-c", f"printf '{BEGIN}'; head -c 2000000 /dev/zero; printf '{END}'; cat")
