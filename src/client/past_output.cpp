@@ -11,7 +11,10 @@ namespace velotide::client {
 namespace {
 
 constexpr char lead = '\xc2';
+// A mode whose setting is answered at once, and those that draw nothing and take the keyboard or its echo.
 constexpr int inBandResize = 2048;
+constexpr int keyboardLock = 2;
+constexpr int sendReceive = 12;
 
 bool isWithin(char byte, char first, char last) { return byte >= first && byte <= last; }
 
@@ -53,9 +56,11 @@ constexpr std::array drawing = {
 };
 
 bool draws(const ControlSequence& control) {
-  // A mode whose setting is answered at once.
-  if (control.prefix == '?' &&
-      std::ranges::find(control.parameters, inBandResize) != control.parameters.end())
+  const auto names = [&](int mode) {
+    return std::ranges::find(control.parameters, mode) != control.parameters.end();
+  };
+  if (control.prefix == '?' && names(inBandResize)) return false;
+  if (control.prefix == 0 && isAmong(control.final, "hl") && (names(keyboardLock) || names(sendReceive)))
     return false;
   // The titles' stack.
   if (control.final == 't' && control.prefix == 0 && control.intermediates.empty())

@@ -16,7 +16,14 @@ bool isTakingBack(int rendition) {
 
 void TerminalModes::observe(std::string_view output) {
   scanner_.scan(
-      output, [](std::string_view) {}, [this](std::string_view sequence) { observeSequence(sequence); });
+      output, [this](std::string_view text) { observeText(text); },
+      [this](std::string_view sequence) { observeSequence(sequence); });
+}
+
+// The shifts into another character set and back.
+void TerminalModes::observeText(std::string_view text) {
+  const std::size_t last = scanner_.isLettingThrough() ? text.npos : text.find_last_of("\x0e\x0f");
+  if (last != text.npos) simple_.set(shift, text[last] == '\x0e');
 }
 
 void TerminalModes::observeSequence(std::string_view sequence) {
@@ -30,20 +37,17 @@ void TerminalModes::observeSequence(std::string_view sequence) {
     changed_.reset();
     simple_.reset();
     keyboards_ = {};
-  } else if (sequence.size() == 3 && sequence[1] == '(') {
-    simple_.set(charset, sequence.back() != 'B');
+  } else if (sequence.size() == 3 && (sequence[1] == '(' || sequence[1] == ')')) {
+    simple_.set(sequence[1] == '(' ? charset : otherCharset, sequence.back() != 'B');
   }
 }
 
 void TerminalModes::observeControl(const ControlSequence& control) {
   const bool isPlain = control.prefix == 0 && control.intermediates.empty();
-  if (control.prefix == '?' && control.intermediates.empty() &&
-      (control.final == 'h' || control.final == 'l')) {
-    for (const int number : control.parameters) setPrivateMode(number, control.final == 'h');
+  if (control.intermediates.empty() && (control.final == 'h' || control.final == 'l')) {
+    for (const int number : control.parameters) setMode(control.prefix, number, control.final == 'h');
   } else if (control.final == 'u' && control.prefix != 0 && control.prefix != '?') {
     observeKeyboard(control);
-  } else if (isPlain && (control.final == 'h' || control.final == 'l') && control.parameter(0) == 4) {
-    simple_.set(insertion, control.final == 'h');
   } else if (isPlain && control.final == 'r') {
     simple_.set(region, !control.parameters.empty());
   } else if (isPlain && control.final == 'm') {
@@ -57,15 +61,16 @@ void TerminalModes::observeControl(const ControlSequence& control) {
   }
 }
 
-void TerminalModes::setPrivateMode(int number, bool isOn) {
-  for (std::size_t index = 0; index < privateModes.size(); ++index) {
-    if (privateModes[index].number == number) changed_.set(index, isOn != privateModes[index].isOrdinarilyOn);
+void TerminalModes::setMode(char prefix, int number, bool isOn) {
+  for (std::size_t index = 0; index < modes.size(); ++index) {
+    if (modes[index].prefix == prefix && modes[index].number == number)
+      changed_.set(index, isOn != modes[index].isOrdinarilyOn);
   }
 }
 
-bool TerminalModes::isChanged(int number) const {
-  for (std::size_t index = 0; index < privateModes.size(); ++index) {
-    if (privateModes[index].number == number) return changed_[index];
+bool TerminalModes::isChanged(int privateMode) const {
+  for (std::size_t index = 0; index < modes.size(); ++index) {
+    if (modes[index].prefix == '?' && modes[index].number == privateMode) return changed_[index];
   }
   return false;
 }
@@ -95,7 +100,8 @@ void TerminalModes::observeKeyboard(const ControlSequence& control) {
 
 void TerminalModes::softReset() {
   simple_.reset();
-  for (const int number : {1, 6, 25, 66}) setPrivateMode(number, number == 25);
+  for (const int number : {2, 4}) setMode(0, number, false);
+  for (const int number : {1, 6, 25, 66}) setMode('?', number, number == 25);
 }
 
 std::string TerminalModes::Keyboard::switchOff() const {
@@ -106,24 +112,18 @@ std::string TerminalModes::Keyboard::switchOff() const {
 }
 
 std::string TerminalModes::switchOff() const {
-  static constexpr std::array<std::string_view, simpleCount> switches = {"\x1b>",
-                                                                         "\x1b[4l",
-                                                                         "\x1b"
-                                                                         "7\x1b[r\x1b"
-                                                                         "8",
-                                                                         "\x1b[m",
-                                                                         "\x1b(B",
-                                                                         "\x1b[0 q",
-                                                                         "\x1b[>4m"};
+  static constexpr std::array<std::string_view, simpleCount> switches = {
+      "\x1b>", "\0337\x1b[r\0338", "\x1b[m", "\x0f", "\x1b(B", "\x1b)B", "\x1b[0 q", "\x1b[>4m"};
   std::string text;
   for (std::size_t index = 0; index < simpleCount; ++index) {
     if (simple_[index]) text += switches[index];
   }
   if (isOnAlternateScreen()) text += keyboards_[1].switchOff();
-  for (std::size_t index = 0; index < privateModes.size(); ++index) {
+  for (std::size_t index = 0; index < modes.size(); ++index) {
     if (!changed_[index]) continue;
-    const PrivateMode& mode = privateModes[index];
-    text += "\x1b[?" + std::to_string(mode.number) + (mode.isOrdinarilyOn ? "h" : "l");
+    const Mode& mode = modes[index];
+    text += mode.prefix == 0 ? "\x1b[" : "\x1b[?";
+    text += std::to_string(mode.number) + (mode.isOrdinarilyOn ? "h" : "l");
   }
   return text + keyboards_[0].switchOff();
 }

@@ -24,18 +24,22 @@ class TerminalModes {
   bool isBetweenSequences() const { return !scanner_.isInside(); }
 
  private:
-  struct PrivateMode {
+  struct Mode {
+    // '?' of a private one.
+    char prefix;
     int number;
     bool isOrdinarilyOn;
   };
   // In the order in which they are switched off.
-  static constexpr std::array privateModes = {
-      PrivateMode{1, false},    PrivateMode{5, false},    PrivateMode{6, false},    PrivateMode{7, true},
-      PrivateMode{9, false},    PrivateMode{66, false},   PrivateMode{69, false},   PrivateMode{1000, false},
-      PrivateMode{1002, false}, PrivateMode{1003, false}, PrivateMode{1004, false}, PrivateMode{1005, false},
-      PrivateMode{1006, false}, PrivateMode{1015, false}, PrivateMode{1016, false}, PrivateMode{2004, false},
-      PrivateMode{2026, false}, PrivateMode{2031, false}, PrivateMode{2048, false}, PrivateMode{47, false},
-      PrivateMode{1047, false}, PrivateMode{1049, false}, PrivateMode{25, true},
+  static constexpr std::array modes = {
+      Mode{0, 2, false},      Mode{0, 4, false},      Mode{0, 12, true},      Mode{0, 20, false},
+      Mode{'?', 1, false},    Mode{'?', 3, false},    Mode{'?', 5, false},    Mode{'?', 6, false},
+      Mode{'?', 7, true},     Mode{'?', 8, true},     Mode{'?', 9, false},    Mode{'?', 12, false},
+      Mode{'?', 66, false},   Mode{'?', 69, false},   Mode{'?', 1000, false}, Mode{'?', 1002, false},
+      Mode{'?', 1003, false}, Mode{'?', 1004, false}, Mode{'?', 1005, false}, Mode{'?', 1006, false},
+      Mode{'?', 1007, true},  Mode{'?', 1015, false}, Mode{'?', 1016, false}, Mode{'?', 2004, false},
+      Mode{'?', 2026, false}, Mode{'?', 2031, false}, Mode{'?', 2048, false}, Mode{'?', 9001, false},
+      Mode{'?', 47, false},   Mode{'?', 1047, false}, Mode{'?', 1049, false}, Mode{'?', 25, true},
   };
   // Keyboard reports that were asked for, on one of the two screens.
   struct Keyboard {
@@ -44,18 +48,29 @@ class TerminalModes {
     std::string switchOff() const;
   };
   // What has one switch of its own.
-  enum Simple { keypad, insertion, region, rendition, charset, cursorShape, otherKeys, simpleCount };
+  enum Simple {
+    keypad,
+    region,
+    rendition,
+    shift,
+    charset,
+    otherCharset,
+    cursorShape,
+    otherKeys,
+    simpleCount,
+  };
 
+  void observeText(std::string_view text);
   void observeSequence(std::string_view sequence);
   void observeControl(const ControlSequence& control);
-  bool isChanged(int number) const;
-  void setPrivateMode(int number, bool isOn);
+  bool isChanged(int privateMode) const;
+  void setMode(char prefix, int number, bool isOn);
   void observeRendition(const ControlSequence& control);
   void observeKeyboard(const ControlSequence& control);
   void softReset();
 
   SequenceScanner scanner_;
-  std::bitset<privateModes.size()> changed_;
+  std::bitset<modes.size()> changed_;
   std::bitset<simpleCount> simple_;
   std::array<Keyboard, 2> keyboards_;
 };

@@ -36,6 +36,10 @@ TEST(TerminalModes, SwitchesOffWhatIsOnAndNothingElse) {
       {"\x1b[4 q\x1b[>4;2m", "\x1b[0 q\x1b[>4m"},
       {"\x1b[?1049h\x1b[?1003h\033c", ""},
       {"\x1b[?25l\x1b[4h\x1b[!p", ""},
+      {"\x1b[2;20h\x1b[4;12l", "\x1b[2l\x1b[12h\x1b[20l"},
+      {"\x1b)0\x0eqq\x1b(0", "\x0f\x1b(B\x1b)B"},
+      {"a\x0e\x0f\x0e.\x0f\x1b)0\x1b)B", ""},
+      {"\x1b[?3;12;9001h\x1b[?8;1007l", "\x1b[?3l\x1b[?8h\x1b[?12l\x1b[?1007h\x1b[?9001l"},
   };
   for (const auto& [output, off] : cases) {
     for (std::size_t split = 0; split <= output.size(); ++split) {
@@ -71,6 +75,7 @@ TEST(PastOutput, ShowsWhatDrawsAndNothingElse) {
       {"\x1b]9;x\a\x1b]777;notify;x\a\x1b]1337;Copy=x\a\x1b]21;foreground=?\x1b\\", ""},
       {"\x1b_Gi=1,a=T;eA==\x1b\\\x1b_Ga=q,q=2;\x1b\\\x1b_Ga=T,q=2,i=1;eA==\x1b\\",
        "\x1b_Ga=T,q=2,i=1;eA==\x1b\\"},
+      {"\x1b[2h\x1b[4;12l\x1b[20h\x1b[2J", "\x1b[20h\x1b[2J"},
       {drawing, drawing},
       // Read in one way here and in another one there.
       {"\x1b[\005c\x1b\x05[c\x1b]5\0012;c;eA==\a\x1b[\1776n", "[c"},
