@@ -1,21 +1,26 @@
 #include "client/printing.h"
 
+#include <errno.h>
+#include <poll.h>
 #include <time.h>
 #include <unistd.h>
 
 #include <algorithm>
 
-#include "base/failure.h"
-#include "base/private_files.h"
+#include "client/notices.h"
 #include "client/trouble.h"
 
 namespace velotide::client {
 
 void print(ByteView bytes) {
-  try {
-    writeAll(STDOUT_FILENO, bytes);
-  } catch (const SystemFailure&) {
-    throw Trouble("Standard output takes no more. Check what it is redirected to.");
+  while (!bytes.empty()) {
+    const ssize_t written = ::write(STDOUT_FILENO, bytes.data(), bytes.size());
+    if (written > 0)
+      bytes = bytes.subspan(static_cast<std::size_t>(written));
+    else if (written < 0 && errno == EAGAIN)
+      waitFor(STDOUT_FILENO, POLLOUT, 1);
+    else if (written == 0 || errno != EINTR)
+      throw Trouble("Standard output takes no more. Check what it is redirected to.");
   }
 }
 

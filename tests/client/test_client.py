@@ -1,12 +1,15 @@
 """The client as a person and a script meet it, with the real service behind it."""
 
 import base64
+import fcntl
 import json
 import os
 import pathlib
 import signal
 import socket
 import subprocess
+import sys
+import termios
 
 from attached_terminal import ClientCase, VELOTIDE, wait_until
 from runtime_process import Client, Runtime
@@ -215,6 +218,19 @@ class Listing(ClientCase):
             with self.subTest(words):
                 shown = self.call(*words.split(), status=status)
                 self.assertTrue(shown == b"[a,b] -- c\n" or not words.startswith("run"), shown)
+
+    def test_a_reader_that_is_slow_and_a_pipe_that_never_blocks_lose_nothing(self):
+        session = self.new("sh", "-c", "seq 40000; cat")
+        self.wait_for_output(session, b"\n40000\r\n")
+        reading, writing = os.pipe()
+        os.set_blocking(writing, False)
+        with subprocess.Popen([VELOTIDE, "read", session], env=self.environment, stdout=writing) as client:
+            os.close(writing)
+            wait_until(lambda: int.from_bytes(fcntl.ioctl(reading, termios.FIONREAD, bytes(4)), sys.byteorder) > 60000
+                       or client.poll(), "a full pipe")
+            with open(reading, "rb") as pipe:
+                self.assertTrue(pipe.read().endswith(b"\n40000\r\n"))
+        self.assertEqual(0, client.returncode)
 
     def test_following_goes_on_with_the_program_that_took_the_place(self):
         session = self.new("sh", "-c", "printf one; read x")
