@@ -79,10 +79,6 @@ class Execution final : SessionLink::Observer {
     if (output_) show(output_->take(bytes, offset));
   }
   void missOutput(std::uint64_t bytes) override { missed_ += output_ ? bytes : 0; }
-  void takeState(const TerminalRuntimeSessionInfo&) override {}
-  void refuseInput() override {}
-  void loseConnection() override {}
-  void regainConnection() override {}
 
   void awaitPrompt();
   bool isFree();
@@ -228,12 +224,7 @@ void Execution::typeCommand() {
   if (options_.force) type(discardKeys);
   const std::uint64_t before = end_;
   output_.emplace(before);
-  if (!screen_.takesPaste()) {
-    if (text.find('\t') != std::string::npos)
-      throw Refusal{ExitStatus::ownFailure,
-                    "This shell takes no pasted text, and a tab would complete words."};
-    return type(text + "\r");
-  }
+  if (!screen_.takesPaste()) return type(text + "\r");
   type("\x1b[200~" + text + "\x1b[201~");
   // Enter is pressed once the text stands there, so that it is not taken for a part of it.
   const Uptime echoed = now() + promptDeadline;

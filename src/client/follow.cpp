@@ -6,27 +6,30 @@
 #include <array>
 
 #include "client/signal_pipe.h"
+#include "client/trouble.h"
 
 namespace velotide::client {
 
-Followed follow(SessionLink& link, const std::function<bool()>& hasEnough,
-                const std::function<void()>& beforeStop) {
+void follow(SessionLink& link, const std::function<bool()>& hasEnough,
+            const std::function<void()>& beforeStop) {
   SignalPipe signals({SIGINT, SIGTERM, SIGHUP, SIGQUIT, SIGTSTP});
   link.open(signals.descriptor());
   while (!hasEnough()) {
-    if (link.ending()) return Followed::sessionEnded;
+    if (link.ending()) {
+      if (link.ending()->kind != SessionEnding::Kind::serviceGone) return;
+      throw Trouble("The service is gone, and the session with it.", ExitStatus::notRunning);
+    }
     std::array<pollfd, 2> entries = {{{signals.descriptor(), POLLIN, 0}, link.pollEntry()}};
     const std::optional<Uptime> deadline = link.deadline();
     ::poll(entries.data(), entries.size(),
            deadline ? std::max(static_cast<int>((*deadline - now()) * 1000), 0) + 1 : -1);
     for (const int signal : signals.take()) {
-      if (signal != SIGTSTP) return Followed::interrupted;
+      if (signal != SIGTSTP) return;
       beforeStop();
       ::kill(::getpid(), SIGSTOP);
     }
     link.turn(entries[1].revents);
   }
-  return Followed::enough;
 }
 
 }  // namespace velotide::client

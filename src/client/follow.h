@@ -6,11 +6,10 @@
 
 namespace velotide::client {
 
-enum class Followed { sessionEnded, enough, interrupted };
-
-// Opens the link and turns it until the session ends, the owner has enough, or a signal asks this process to
-// end. One that suspends it does so after `beforeStop`.
-Followed follow(SessionLink& link, const std::function<bool()>& hasEnough,
-                const std::function<void()>& beforeStop);
+// Opens the link and turns it until the session ends, the owner has enough (asked once more at the end), or a
+// signal asks this process to end. One that suspends it does so after `beforeStop`. Throws Trouble when the
+// service is gone.
+void follow(SessionLink& link, const std::function<bool()>& hasEnough,
+            const std::function<void()>& beforeStop);
 
 }  // namespace velotide::client

@@ -91,13 +91,10 @@ class RunningOutput final : public SessionLink::Observer {
     found_.clear();
     if (scan_.isLost()) failNotHeld();
   }
-  void missOutput(std::uint64_t) override {}
   void takeState(const TerminalRuntimeSessionInfo& session) override {
     isRestarted_ = session.generation != generation_;
   }
-  void refuseInput() override {}
   void loseConnection() override { notices_.note("connection lost: trying again"); }
-  void regainConnection() override {}
 
   void giveBack() { shown_.giveBack(); }
   bool isDone() const { return isRestarted_ || scan_.isOver(); }
@@ -116,10 +113,8 @@ void printRunning(Service& service, const TerminalRuntimeSessionInfo& session, c
   RunningOutput output(service.notices(), command.markerOffset, session.generation);
   SessionLink link(service, output, session,
                    TerminalRuntimeOutputCursor{session.generation, leadOf(command)});
-  const Followed outcome = follow(
+  follow(
       link, [&] { return output.isDone(); }, [&] { output.giveBack(); });
-  if (outcome == Followed::sessionEnded && link.ending()->kind == SessionEnding::Kind::serviceGone)
-    throw Trouble("The service is gone, and the session with it.", ExitStatus::notRunning);
 }
 
 }  // namespace

@@ -92,9 +92,7 @@ class OutputPrinter final : public SessionLink::Observer {
                               " bytes of output are no longer held and were skipped.");
   }
   void takeState(const TerminalRuntimeSessionInfo& session) override { generation = session.generation; }
-  void refuseInput() override {}
   void loseConnection() override { service_.notices().note("connection lost: trying again"); }
-  void regainConnection() override {}
 
   void giveBack() { shown_.giveBack(); }
 
@@ -127,22 +125,23 @@ TerminalRuntimeOutputCursor readHeld(Service& service, const TerminalRuntimeSess
   }
 }
 
+void printEnding(const SessionLink& link) {
+  const SessionEnding& ending = *link.ending();
+  OutputRecord record{
+      link.session().id, {}, link.cursor(), {}, endingWords[static_cast<std::size_t>(ending.kind)], {}};
+  if (ending.kind == SessionEnding::Kind::exited && ending.status >= 0) record.exitStatus = ending.status;
+  printJson(record);
+}
+
 TerminalRuntimeOutputCursor readOn(Service& service, const TerminalRuntimeSessionInfo& session,
                                    std::optional<TerminalRuntimeOutputCursor> cursor, OutputPrinter& printer,
                                    bool asJson) {
   SessionLink link(service, printer, session, cursor);
-  if (follow(
-          link, [] { return false; }, [&] { printer.giveBack(); }) == Followed::interrupted)
-    return link.cursor().value_or(TerminalRuntimeOutputCursor{session.generation, 0});
-  const SessionEnding& ending = *link.ending();
-  if (asJson) {
-    OutputRecord record{session.id, {}, link.cursor(), {}, endingWords[static_cast<std::size_t>(ending.kind)],
-                        {}};
-    if (ending.kind == SessionEnding::Kind::exited && ending.status >= 0) record.exitStatus = ending.status;
-    printJson(record);
-  }
-  if (ending.kind == SessionEnding::Kind::serviceGone)
-    throw Trouble("The service is gone, and the session with it.", ExitStatus::notRunning);
+  const auto tellEnding = [&] {
+    if (asJson && link.ending()) printEnding(link);
+    return false;
+  };
+  follow(link, tellEnding, [&] { printer.giveBack(); });
   return link.cursor().value_or(TerminalRuntimeOutputCursor{session.generation, 0});
 }
 

@@ -58,10 +58,7 @@ class PlainRun final : SessionLink::Observer {
     burst_ += output.size();
   }
   void missOutput(std::uint64_t bytes) override { missed_ += bytes; }
-  void takeState(const TerminalRuntimeSessionInfo&) override {}
   void refuseInput() override;
-  void loseConnection() override {}
-  void regainConnection() override {}
 
   bool isDone() const;
   void turn();

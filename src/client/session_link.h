@@ -30,16 +30,17 @@ struct SessionEnding {
 // in order; where the service no longer held some, a gap is told instead.
 class SessionLink {
  public:
+  // Told of all that comes; what has no use for its owner may be left out.
   class Observer {
    public:
     virtual ~Observer() = default;
     // `offset` is where `output` begins in the session's stream.
     virtual void takeOutput(ByteView output, std::uint64_t offset) = 0;
-    virtual void missOutput(std::uint64_t bytes) = 0;
-    virtual void takeState(const TerminalRuntimeSessionInfo& session) = 0;
-    virtual void refuseInput() = 0;
-    virtual void loseConnection() = 0;
-    virtual void regainConnection() = 0;
+    virtual void missOutput(std::uint64_t /*bytes*/) {}
+    virtual void takeState(const TerminalRuntimeSessionInfo& /*session*/) {}
+    virtual void refuseInput() {}
+    virtual void loseConnection() {}
+    virtual void regainConnection() {}
   };
 
   // Both must outlive it. `after`: absent for everything that is held.
