@@ -56,6 +56,9 @@ void SessionLink::subscribe() {
   request.after = cursor_;
   subscription_ = request.id;
   isSubscribed_ = false;
+  overAt_.reset();
+  inquiry_ = {};
+  inquireAt_.reset();
   send(std::move(request));
 }
 
@@ -189,7 +192,6 @@ void SessionLink::takeRefusal(std::string_view word) {
   cursor_.reset();
   openedAt_.reset();
   overSince_.reset();
-  overAt_.reset();
   subscribe();
 }
 
@@ -198,12 +200,16 @@ void SessionLink::watchForEnd(const TerminalRuntimeResponse& response) {
   if (cursor_->offset < response.session->outputOffset) return;
   if (!overSince_) overSince_ = now_;
   // The terminal of a program that has ended may hold more for a few turns of the service, with or without a
-  // process in its foreground. Only a second look at the same place tells that it does not.
-  const bool isSecondLook = std::exchange(overAt_, cursor_->offset) == cursor_->offset;
+  // process in its foreground. Only a second look at the same place tells that it does not: one that was
+  // asked for a while after the first, since whatever else comes may have left the service in the same turn.
+  const bool isSamePlace = overAt_ == cursor_->offset;
+  const bool isSecondLook = isSamePlace && response.id == inquiry_;
   if ((isSecondLook && !response.foregroundPID) || now_ - *overSince_ > lastOutputDeadline)
-    end(SessionEnding::Kind::exited);
-  else
-    inquireAt_ = now_ + inquiryPause;
+    return end(SessionEnding::Kind::exited);
+  if (isSamePlace && !isSecondLook) return;
+  overAt_ = cursor_->offset;
+  inquiry_ = {};
+  inquireAt_ = now_ + inquiryPause;
 }
 
 void SessionLink::loseConnection() {
