@@ -2,11 +2,11 @@
 
 #include <CLI/CLI.hpp>
 #include <algorithm>
-#include <array>
 #include <functional>
 #include <iostream>
 
 #include "client/agent_command_line.h"
+#include "client/command_words.h"
 #include "client/commands.h"
 #include "client/completion.h"
 #include "client/trouble.h"
@@ -37,37 +37,6 @@ constexpr const char* sessionFields =
 
 constexpr const char* sessionHelp = "Session: its ID or an unambiguous beginning";
 
-// These take words behind "--" that are not this program's; to the others they are arguments.
-constexpr std::array commandsWithRest{"new", "run", "restart", "exec", "send"};
-
-// The parser takes a word for an option by its beginning, and for a list to split by the brackets at both
-// ends. A NUL there keeps it from that; no word of a command line holds one by itself.
-void shield(std::string& word, bool isArgument) {
-  if (isArgument && word.starts_with('-')) word.insert(0, 1, '\0');
-  if (word.ends_with(']')) word += '\0';
-}
-
-std::string asTyped(std::string word) {
-  std::erase(word, '\0');
-  return word;
-}
-
-void takeAsTyped(CLI::App& app) {
-  for (CLI::Option* option : app.get_options()) option->transform(asTyped, "");
-  for (CLI::App* command : app.get_subcommands({})) takeAsTyped(*command);
-}
-
-// The first word that is neither a general option nor the value of one; empty when there is none.
-std::string commandAmong(const std::vector<std::string>& words) {
-  for (std::size_t index = 0; index < words.size(); ++index) {
-    if (words[index] == "--root")
-      ++index;
-    else if (!words[index].starts_with('-'))
-      return words[index];
-  }
-  return "";
-}
-
 // The command line as declared to the parser, and what to do once it is understood.
 class CommandLine {
  public:
@@ -91,7 +60,6 @@ class CommandLine {
   void addServiceCommands();
   void addStartOptions(CLI::App* command, bool attaches);
   void addDetachKey(CLI::App* command);
-  std::vector<std::string> takeWords(std::vector<std::string> words);
   void takeCommand(CLI::App* command);
   int fail(const Trouble& trouble) const;
   int failUsage(const CLI::ParseError& error) const;
@@ -101,10 +69,7 @@ class CommandLine {
   std::string root_;
   bool isQuiet_ = false;
   Action action_;
-  // What stands behind the first "--", for a command that takes words which are not this program's.
-  std::optional<std::vector<std::string>> rest_;
-  // The word that names a command, or nothing.
-  std::string named_;
+  CommandWords words_;
 
   StartOptions start_;
   ReadOptions read_;
@@ -352,10 +317,10 @@ void CommandLine::takeCommand(CLI::App* command) {
   std::ranges::transform(start_.command, start_.command.begin(), asTyped);
   if (!start_.command.empty() && start_.command.front().starts_with('-'))
     throw CLI::ExtrasError({start_.command.front()});
-  if (!rest_) return;
+  if (!words_.rest) return;
   const bool isPrograms = start_.command.size() > (command->get_name() == "restart" ? 1U : 0U);
   if (isPrograms) start_.command.emplace_back("--");
-  start_.command.insert(start_.command.end(), rest_->begin(), rest_->end());
+  start_.command.insert(start_.command.end(), words_.rest->begin(), words_.rest->end());
 }
 
 bool CommandLine::passesStatus() const {
@@ -374,8 +339,8 @@ int CommandLine::fail(const Trouble& trouble) const {
 int CommandLine::failUsage(const CLI::ParseError& error) const {
   // Help and version are thrown as well.
   if (error.get_exit_code() == 0) return app_.exit(error);
-  if (app_.get_subcommands().empty() && !named_.empty()) {
-    Notices().error(named_ + " is no command. `velotide --help` lists those there are.");
+  if (app_.get_subcommands().empty() && !words_.named.empty()) {
+    Notices().error(words_.named + " is no command. `velotide --help` lists those there are.");
     return ExitStatus::usage;
   }
   Notices().error(std::string(error.what()) + ". See velotide --help, or velotide COMMAND --help.");
@@ -384,25 +349,12 @@ int CommandLine::failUsage(const CLI::ParseError& error) const {
   return passesStatus() ? ExitStatus::ownFailure : ExitStatus::usage;
 }
 
-// The words for the parser.
-std::vector<std::string> CommandLine::takeWords(std::vector<std::string> words) {
-  named_ = commandAmong(words);
-  auto behind = std::ranges::find(words, "--");
-  if (behind != words.end() && std::ranges::find(commandsWithRest, named_) != commandsWithRest.end()) {
-    rest_.emplace(behind + 1, words.end());
-    behind = words.erase(behind, words.end());
-  } else if (behind != words.end()) {
-    behind = words.erase(behind);
-  }
-  for (auto word = words.begin(); word != words.end(); ++word) shield(*word, word >= behind);
-  return words;
-}
-
 int CommandLine::run(int count, char** words) {
-  std::vector<std::string> own = takeWords({words + 1, words + count});
+  words_ = commandWords({words + 1, words + count});
   try {
-    std::ranges::reverse(own);
-    app_.parse(std::move(own));
+    // The parser takes them from the end.
+    std::ranges::reverse(words_.own);
+    app_.parse(std::move(words_.own));
     for (CLI::App* command : app_.get_subcommands()) takeCommand(command);
     waits_.exec.command = start_.command;
     send_.text.insert(send_.text.end(), start_.command.begin(), start_.command.end());
