@@ -87,7 +87,7 @@ TEST(WatchedSessions, ThoseThatNeedThePersonComeFirst) {
   command.endedAt = now + -20;
   command.state = TerminalCommandLifecycleState::failed;
   command.exitCode = 2;
-  for (const int with : {0, 3}) infos[with].commands = {command};
+  for (const std::size_t with : {0U, 3U}) infos[with].commands = {command};
   infos[0].running = false;
   infos[0].exitStatus = 3;
   sessions.noteExit(infos[0].id, now + -9);

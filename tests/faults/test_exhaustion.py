@@ -5,7 +5,7 @@ import resource
 import signal
 import unittest
 
-from runtime_process import FAILURE_MESSAGE, IS_SANITIZED, RuntimeCase, launch, wait_until
+from runtime_process import FAILURE_MESSAGE, IS_SANITIZED, UNMEASURED, RuntimeCase, launch, wait_until
 
 CAT = {"executable": "/bin/cat"}
 
@@ -53,6 +53,7 @@ class Exhaustion(RuntimeCase):
             signal.signal(signal.SIGCHLD, signal.SIG_IGN)
             signal.pthread_sigmask(signal.SIG_BLOCK, {signal.SIGHUP})
             os.closerange(0, 3)
+            os.environ.update(UNMEASURED)
         client = self.runtime.start(preexec_fn=hostile)
         self.assert_lives(client)
         blocked = client.create(executable="/bin/grep", arguments=["SigBlk", "/proc/self/status"])
