@@ -4,6 +4,7 @@
 #include <optional>
 #include <string>
 #include <string_view>
+#include <utility>
 
 #include "agents/agent_report.h"
 #include "agents/agent_snapshot.h"

@@ -6,7 +6,6 @@
 #include <string>
 
 #include "agents/agent_snapshot.h"
-#include "base/failure.h"
 #include "base/uuid.h"
 
 namespace velotide {

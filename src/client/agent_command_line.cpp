@@ -54,6 +54,7 @@ void AgentCommandLine::addEvents(const Add& add) {
 void AgentCommandLine::addAgent(CLI::App& app) {
   CLI::App* agent = app.add_subcommand("agent", "For agents to call: bind, and report their state");
   agent->require_subcommand(1);
+  agent->fallthrough();
   agent->footer(
       "\nActs on the session that it runs in. Outside a session it does nothing and succeeds, so it may "
       "stand in any\n"
@@ -67,7 +68,7 @@ void AgentCommandLine::addAgent(CLI::App& app) {
   CLI::App* bind = addVerb("bind", "Become the session's agent", [this] { return bindAgent(kind_); });
   bind->add_option("KIND", kind_, "claude, codex or tesseral")->required();
   CLI::App* tell = addVerb("report", "Tell the agent's state", [this] { return reportAgent(report_); });
-  tell->add_option("STATE", report_.activity, "working, idle, blocked or unknown")->required();
+  tell->add_option("STATE", report_.activity, "working, idle, blocked, unknown or exited")->required();
   tell->add_option("DETAIL", report_.detail,
                    "Blocked: approval, question or other; idle: completed, failed, interrupted or unknown");
   tell->add_option("--agent-session", report_.agentSession, "The agent's own session")->type_name("UUID");

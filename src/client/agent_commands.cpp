@@ -78,16 +78,22 @@ ByteQueue readPayload() {
 
 void follow(SessionAgent& agent, TerminalAgentKind kind, const AgentEvent& event) {
   const AgentAnswer answer = answerTo(event, kind, agent.record(), SystemClock().date());
-  if (answer.binds) agent.bind(kind, event.agentSession);
+  // A session may begin again, in another command, with the end of the earlier one never told.
+  const bool beginsAnew = event.meaning == AgentEvent::Meaning::sessionBegins && !answer.binds;
+  if (answer.binds || (beginsAnew && !agent.isFollowed())) agent.bind(kind, event.agentSession);
   if (!answer.reports) return;
   const AgentState state{*event.activity(), event.blockReason, event.result, event.context()};
   agent.remember(event);
-  if (agent.report(state)) return;
-  // The person speaks to this agent, so it is the one to follow.
-  if (event.meaning != AgentEvent::Meaning::turnBegins) throw Trouble(lostBinding);
-  agent.bind(kind, event.agentSession);
-  agent.remember(event);
-  if (!agent.report(state)) throw Trouble(lostBinding);
+  const bool wasLost = agent.record()->isLost;
+  if (agent.report(state) || event.meaning == AgentEvent::Meaning::sessionEnds) return;
+  // Whom the person speaks to is the one to follow.
+  if (event.meaning == AgentEvent::Meaning::turnBegins || agent.mayReturn()) {
+    agent.bind(kind, event.agentSession);
+    agent.remember(event);
+    if (agent.report(state)) return;
+  }
+  // Told once, not with each tool that the agent calls.
+  if (!wasLost) throw Trouble(lostBinding);
 }
 
 }  // namespace

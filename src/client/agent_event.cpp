@@ -11,6 +11,8 @@ using Meaning = AgentEvent::Meaning;
 using BlockReason = TerminalAgentBlockReason;
 using Result = TerminalAgentResult;
 
+constexpr std::size_t maximumName = 1024;
+
 struct ClaudePayload {
   std::string event;
   std::string session;
@@ -105,6 +107,12 @@ T decodePayload(std::span<char> payload) {
   return std::move(*decoded);
 }
 
+// The names are kept from call to call, in a file that is read only up to a limit.
+const std::string& checkedName(const std::string& name) {
+  if (name.size() > maximumName) failUndocumented("a session or turn with a name of more than 1 KiB");
+  return name;
+}
+
 }  // namespace
 
 std::optional<TerminalAgentActivity> AgentEvent::activity() const {
@@ -134,12 +142,12 @@ std::optional<TerminalAgentReportedContext> AgentEvent::context() const {
 
 std::optional<AgentEvent> readClaudeEvent(std::span<char> payload) {
   const auto read = decodePayload<ClaudePayload>(payload);
-  if (read.event == "Notification" && !read.notification) failUndocumented("a notification without its type");
   // The main agent goes on or waits whatever its sub-agents do.
   if (read.subagent) return std::nullopt;
+  if (read.event == "Notification" && !read.notification) failUndocumented("a notification without its type");
   auto event =
       translate(claudeRows, read.event, read.notification ? *read.notification : read.tool.value_or(""));
-  if (event) event->agentSession = read.session;
+  if (event) event->agentSession = checkedName(read.session);
   return event;
 }
 
@@ -150,8 +158,9 @@ std::optional<AgentEvent> readCodexEvent(std::span<char> payload) {
   if (!event) return std::nullopt;
   const std::optional<std::string>& session = read.event ? read.session : read.notifiedSession;
   if (!session) failUndocumented("an event without its session");
-  event->agentSession = *session;
+  event->agentSession = checkedName(*session);
   event->turn = read.event ? read.turn : read.notifiedTurn;
+  if (event->turn) checkedName(*event->turn);
   return event;
 }
 

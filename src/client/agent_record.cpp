@@ -8,6 +8,7 @@
 
 #include <memory>
 
+#include "agents/agent_monitor.h"
 #include "base/failure.h"
 #include "base/private_files.h"
 #include "client/notices.h"
@@ -17,8 +18,6 @@ namespace velotide::client {
 
 namespace {
 
-// How long a report is trusted; an agent that said nothing for longer no longer stands in another's way.
-constexpr Seconds reportLifetime = 120;
 // Directory entries looked at for what sessions left behind.
 constexpr int sweptEntries = 512;
 
@@ -61,7 +60,9 @@ AgentAnswer answerTo(const AgentEvent& event, TerminalAgentKind kind,
   const AgentAnswer anew = ends ? AgentAnswer{} : AgentAnswer{true, reports};
   if (!record) return anew;
   if (isOfAnother(*record, event, kind)) {
-    const bool isFree = !record->grant || now - record->reportedAt >= reportLifetime;
+    // An agent at rest, or one that said nothing for as long as it is believed, stands in nobody's way.
+    const bool isFree = !record->grant || record->isLost || record->isAtRest ||
+                        now - record->reportedAt >= TerminalAgentMonitor::reportLifetime;
     return opens || isFree ? anew : AgentAnswer{};
   }
   // After its end an agent's late events must not bring it back.

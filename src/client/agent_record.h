@@ -14,8 +14,10 @@ namespace velotide::client {
 // What the helpers that an agent calls remember of it from one call to the next.
 struct AgentRecord {
   TerminalAgentKind kind = TerminalAgentKind::claude;
-  // Absent once the agent exited or lost it.
+  // Absent once the agent exited.
   std::optional<TerminalAgentGrant> grant;
+  // The last report was refused because the grant no longer holds.
+  bool isLost = false;
   // Of the session's output, which requests to the service must quote.
   std::optional<Uuid> generation;
   // Of the last report.
@@ -31,6 +33,7 @@ struct AgentRecord {
   static void fields(auto& self, auto& visit) {
     visit("kind", self.kind);
     visit("grant", self.grant);
+    visit("isLost", self.isLost);
     visit("generation", self.generation);
     visit("sequence", self.sequence);
     visit("reportedAt", self.reportedAt);

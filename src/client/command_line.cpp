@@ -332,7 +332,7 @@ bool CommandLine::passesStatus() const {
 
 int CommandLine::fail(const Trouble& trouble) const {
   Notices(isQuiet_).error(trouble.what());
-  if (app_.got_subcommand("agent")) return ExitStatus::failure;
+  if (words_.named == "agent") return ExitStatus::failure;
   return passesStatus() && trouble.status < ExitStatus::ownFailure ? ExitStatus::ownFailure : trouble.status;
 }
 
@@ -345,7 +345,7 @@ int CommandLine::failUsage(const CLI::ParseError& error) const {
   }
   Notices().error(std::string(error.what()) + ". See velotide --help, or velotide COMMAND --help.");
   // Agents read the usual status of wrong usage as "block".
-  if (app_.got_subcommand("agent")) return ExitStatus::failure;
+  if (words_.named == "agent") return ExitStatus::failure;
   return passesStatus() ? ExitStatus::ownFailure : ExitStatus::usage;
 }
 

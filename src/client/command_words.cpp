@@ -11,11 +11,12 @@ namespace {
 // These take words behind "--" that are not this program's; to the others they are arguments.
 constexpr std::array commandsWithRest{"new", "run", "restart", "exec", "send"};
 
-// The parser takes a word for an option by its beginning, and for a list to split by the brackets at both
-// ends. A NUL there keeps it from that; no word of a command line holds one by itself.
+// The parser takes a word for an option by its beginning, for a list to split by the brackets at both ends,
+// and for the value of an option that has an empty one. A NUL keeps it from that; no word of a command line
+// holds one by itself.
 void shield(std::string& word, bool isArgument) {
   if (isArgument && word.starts_with('-')) word.insert(0, 1, '\0');
-  if (word.ends_with(']')) word += '\0';
+  if (word.ends_with(']') || (word.starts_with("--") && word.ends_with('='))) word += '\0';
 }
 
 // The first word that is neither a general option nor the value of one; empty when there is none.

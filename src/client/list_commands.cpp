@@ -1,3 +1,4 @@
+#include "client/agent_text.h"
 #include "client/cell_text.h"
 #include "client/commands.h"
 #include "client/printing.h"
@@ -14,12 +15,7 @@ std::string stateOf(const TerminalRuntimeSessionInfo& session) {
 }
 
 std::string agentOf(const TerminalRuntimeSessionInfo& session) {
-  if (!session.agent) return "-";
-  std::string text(rawWord(session.agent->kind));
-  text += " ";
-  text += rawWord(session.agent->activity);
-  if (session.agent->blockReason) text += " (" + std::string(rawWord(*session.agent->blockReason)) + ")";
-  return text;
+  return session.agent ? describeAgent(*session.agent) : "-";
 }
 
 std::string sizeOf(const TerminalRuntimeSessionInfo& session) {

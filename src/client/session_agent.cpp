@@ -40,6 +40,19 @@ RuntimeNativeResponse SessionAgent::askMailbox(RuntimeNativeAction action,
   return MailboxClient(root).call(std::move(request), patience).record;
 }
 
+bool SessionAgent::isFollowed() {
+  if (!record_ || !record_->grant) return false;
+  const std::optional<TerminalRuntimeSessionInfo> found = session();
+  return found && found->agent && found->agent->instanceID == record_->grant->instanceID &&
+         found->agent->activity != TerminalAgentActivity::exited;
+}
+
+bool SessionAgent::mayReturn() {
+  const std::optional<TerminalRuntimeSessionInfo> found = session();
+  return found && found->agent && found->agent->activity == TerminalAgentActivity::exited &&
+         runningCommand(*found);
+}
+
 void SessionAgent::remember(const AgentEvent& event) {
   if (event.turn || event.meaning == AgentEvent::Meaning::turnBegins) record_->turn = event.turn;
   record_->agentSession = event.agentSession;
@@ -58,15 +71,15 @@ void SessionAgent::bind(TerminalAgentKind kind, const std::optional<std::string>
 }
 
 void SessionAgent::bindThroughSocket(TerminalAgentKind kind) {
-  const std::optional<TerminalRuntimeSessionInfo> session = service().session(context_.tabID);
-  if (!session) refuse("unavailable");
-  TerminalRuntimeRequest request = Service::about(*session, TerminalRuntimeAction::bindAgent);
+  const std::optional<TerminalRuntimeSessionInfo> found = session();
+  if (!found) refuse("unavailable");
+  TerminalRuntimeRequest request = Service::about(*found, TerminalRuntimeAction::bindAgent);
   request.agentKind = kind;
-  request.commandID = runningCommand(*session);
+  request.commandID = runningCommand(*found);
   const TerminalRuntimeResponse response = service().ask(request);
   if (!response.ok || !response.agentGrant) refuse(response.error.value_or("runtime_error"));
   record_->grant = response.agentGrant;
-  record_->generation = session->generation;
+  record_->generation = found->generation;
 }
 
 void SessionAgent::bindThroughMailbox(TerminalAgentKind kind) {
@@ -88,19 +101,17 @@ bool SessionAgent::report(const AgentState& state) {
                              state.result,
                              state.context};
   record_->sequence = report.sequence;
-  record_->isAtRest = state.activity == TerminalAgentActivity::idle;
   record_->reportedAt = SystemClock().date();
   save();
   const std::optional<std::string> refusal = record_->kind == TerminalAgentKind::tesseral
                                                  ? reportThroughMailbox(report)
                                                  : reportThroughSocket(report);
-  const bool isLost = refusal == "invalidCapability";
-  if (refusal && !isLost) refuse(*refusal);
-  if (isLost || state.activity == TerminalAgentActivity::exited) {
-    record_->grant.reset();
-    save();
-  }
-  return !isLost;
+  record_->isLost = refusal == "invalidCapability";
+  if (refusal && !record_->isLost) refuse(*refusal);
+  if (!refusal) record_->isAtRest = state.activity == TerminalAgentActivity::idle;
+  if (!refusal && state.activity == TerminalAgentActivity::exited) record_->grant.reset();
+  save();
+  return !refusal;
 }
 
 std::optional<std::string> SessionAgent::reportThroughSocket(const TerminalAgentReport& report) {

@@ -29,12 +29,19 @@ class SessionAgent {
   // The agent's own names for its session and turn, kept with the next report.
   void remember(const AgentEvent& event);
 
+  // Whether the service follows the agent that is remembered as bound.
+  bool isFollowed();
+  // Whether whoever was bound has exited while one of the shell's commands runs, as when an agent is
+  // suspended and goes on: the shell takes the suspension for the end of a command and the rest for another
+  // one.
+  bool mayReturn();
+
   // A new binding, which ends any earlier one, and a new record. Throws Trouble when it is refused.
   void bind(TerminalAgentKind kind, const std::optional<std::string>& agentSession = {});
 
   // Reports for the bound agent under the next sequence. The sequence is kept before the report is made: one
   // that is lost on the way leaves a gap, never a repetition. False when the binding no longer holds, which
-  // is then forgotten; any other refusal is thrown as Trouble.
+  // is then remembered; any other refusal is thrown as Trouble.
   bool report(const AgentState& state);
 
  private:
@@ -46,6 +53,8 @@ class SessionAgent {
   std::optional<std::string> reportThroughMailbox(const TerminalAgentReport& report);
   RuntimeNativeResponse askMailbox(RuntimeNativeAction action, RuntimeNativeRequest request) const;
   Service& service();
+  // Nothing when it is gone.
+  std::optional<TerminalRuntimeSessionInfo> session() { return service().session(context_.tabID); }
   void save() const { file_.save(record_.value()); }
 
   const AgentContext& context_;

@@ -10,6 +10,7 @@
 #include "base/platform.h"
 #include "base/private_files.h"
 #include "base/token.h"
+#include "base/utf8.h"
 #include "base/uuid.h"
 #include "protocol/runtime_failure.h"
 
@@ -56,7 +57,9 @@ RuntimeSocket::RuntimeSocket(const std::string& root) : root_(withoutTrailingSla
 }
 
 void RuntimeSocket::claimRoot() {
-  require(root_.starts_with('/') && root_.find('\0') == std::string::npos, RuntimeFailure::invalidRequest);
+  // Its name goes into JSON files.
+  require(root_.starts_with('/') && root_.find('\0') == std::string::npos && isValidUtf8(bytesOf(root_)),
+          RuntimeFailure::invalidRequest);
   createPrivateDirectory(root_);
   require(isPrivateDirectory(root_), RuntimeFailure::invalidCapability);
   path_ = root_ + "/runtime.sock";

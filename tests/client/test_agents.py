@@ -110,17 +110,32 @@ class Hooks(AgentCase):
             ([notified("t-1", "approval-requested")], approval), (codex("PreToolUse", "shell"), working),
             (codex("PermissionRequest", "shell"), approval), (codex("PostToolUse", "shell"), working),
             ([notified("t-0")], working), (codex("PermissionRequest", turn_id="t-0"), working), (codex("Stop"), done),
-            ([notified("t-1")], done), (codex("SessionEnd"), done), (codex("SessionStart"), done)])
-        self.assertIn("task t-1", self.ask("attention"))
+            ([notified("t-1")], done), (codex("SessionEnd"), done), (codex("SessionStart"), done),
+            # One at rest stands in nobody's way.
+            (codex("PermissionRequest", "shell", session_id="no UUID"), approval)])
 
-    def test_an_agent_ends_with_the_command_that_runs_it(self):
+    def test_an_agent_ends_with_the_command_that_runs_it_and_returns_with_another(self):
+        def commands():
+            return len(self.session.request("getAgentState")["session"].get("commands", []))
         self.accept(self.session.request("close"))
-        self.start_session(r"printf '\033]777;Velotide;start=636f646578\007'; read line; "
-                           r"printf '\033]777;Velotide;end=0\007'; exec cat")
-        process.wait_until(lambda: self.session.request("getAgentState")["session"].get("commands"), "the command")
-        self.agent("hook", "codex", notified("t-1"))
-        self.session.input(b"\n")
-        process.wait_until(lambda: self.state() == "codex exited completed", "the end of the agent")
+        self.start_session(r"while printf '\033]777;Velotide;start=636f646578\007'; read line; do "
+                           r"printf '\033]777;Velotide;end=148\007'; read line; done")
+        ends = [("codex", codex("PermissionRequest", "shell"), codex("PostToolUse"), "working"),
+                ("codex", codex("SessionStart"), codex("SessionStart"), "unknown"),
+                ("codex", notified("t-1"), notified("t-2"), "idle completed"),
+                ("claude", hook("SessionStart"), hook("Notification", "permission_prompt"), "blocked approval")]
+        for count, (kind, first, then, state) in enumerate(ends, 1):
+            process.wait_until(lambda: commands() == count, "the command")
+            self.agent("hook", kind, given=first)
+            self.session.input(b"\n")
+            process.wait_until(lambda: "exited" in self.state(), "the end of the agent")
+            if state == "working":  # a tool's end comes late
+                self.agent("hook", kind, given=codex("PostToolUse"), status=1, says="no longer holds")
+                self.agent("hook", kind, given=codex("PostToolUse"))
+            self.session.input(b"\n")
+            process.wait_until(lambda: commands() == count + 1, "the next command")
+            self.agent("hook", kind, given=then)
+            self.assertEqual(f"{kind} {state}", self.state())
 
     def test_sixteen_at_once_keep_their_sequence(self):
         with concurrent.futures.ThreadPoolExecutor(16) as pool:
@@ -136,9 +151,14 @@ class Hooks(AgentCase):
                   json.dumps({"session_id": SESSION}), '{"type":"agent-turn-complete"}']
         for words, given in [*(([kind], shape) for kind in ("claude", "codex") for shape in shapes),
                              (["claude"], hook("Notification")), (["codex", "{}"], ""),
+                             (["claude"], hook("Stop", session_id="s" * 1025)),
                              (["tesseral"], hook("Stop")), (["nobody"], ""), ([], "")]:
             self.agent("hook", *words, given=given, status=1, says="velotide: ")
         self.assertEqual("claude working", self.state())
+        self.assertEqual(1, self.velotide("--root=", "agent", "nonsense")[0])
+        self.agent("report", "idle", "--agent-session", SESSION, "--task", "a b", status=1, says="velotide: ")
+        self.agent("hook", "claude", given=hook("PermissionRequest", "Bash"))  # nothing ended
+        self.assertEqual("claude blocked approval", self.state())
 
     def test_the_next_prompt_takes_a_lost_binding_back(self):
         self.agent("hook", "claude", given=hook("UserPromptSubmit"))

@@ -46,7 +46,8 @@ class Start(RuntimeCase):
     def test_anything_but_root_and_one_absolute_path_fails_and_touches_nothing(self):
         root = self.runtime.root
         for arguments in ([], ["--root"], [root], ["--root", root, root], ["-root", root], ["--root=" + root],
-                          [root, "--root"], ["--help"], ["--root", ""], ["--root", "root"], ["--root", "./root"]):
+                          [root, "--root"], ["--help"], ["--root", ""], ["--root", "root"], ["--root", "./root"],
+                          ["--root", root + "\udcff"]):
             self.assert_start_fails(*arguments)
         self.assertEqual([], os.listdir(self.runtime.directory))
 
