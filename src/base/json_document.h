@@ -66,7 +66,8 @@ class JsonDocument::Cursor {
 
   bool takeNull();
   std::optional<bool> takeBoolean();
-  // Whole numbers, however written (1, 1.0, 1e2), that fit the type.
+  // Whole numbers, however written (1, 1.0, 1e2), that fit the type. One with a fraction or an exponent is
+  // judged as the double that it rounds to.
   std::optional<std::int64_t> takeInteger();
   std::optional<std::uint64_t> takeNatural();
   std::optional<double> takeReal();

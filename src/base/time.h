@@ -7,7 +7,8 @@ namespace velotide {
 // Lengths of time are seconds with fraction everywhere.
 using Seconds = double;
 
-// A wall-clock instant as clients see it: seconds since 2001-01-01 00:00:00 UTC. Never decides a deadline.
+// A wall-clock instant as clients see it: seconds since 2001-01-01 00:00:00 UTC. Decides only
+// what records themselves date.
 struct Date {
   Seconds sinceReference = 0;
 
@@ -19,7 +20,8 @@ struct Date {
   static constexpr Seconds unixReference = 978307200;
 };
 
-// A monotonic instant, seconds since boot: decides every deadline and lease, and is never shown.
+// A monotonic instant, seconds since boot: decides every other deadline and every lease, and is never
+// shown.
 struct Uptime {
   Seconds sinceBoot = 0;
 
@@ -28,7 +30,8 @@ struct Uptime {
   auto operator<=>(const Uptime&) const = default;
 };
 
-// Where the outermost layer reads time; everything below takes instants as arguments.
+// Where the service, its sessions and the attention store read time; everything below takes instants as
+// arguments.
 class Clock {
  public:
   virtual ~Clock() = default;

@@ -19,6 +19,8 @@ struct OutputSubscription {
   Uuid requestID;
   Uuid sessionID;
   std::optional<TerminalRuntimeOutputCursor> cursor;
+  // The journal held more behind the cursor.
+  bool isBehind = false;
   std::optional<bool> running;
   std::optional<TerminalAgentSnapshot> agent;
   std::optional<Uuid> controlEpoch;

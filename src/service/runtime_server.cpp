@@ -56,9 +56,9 @@ bool RuntimeServer::turn(int milliseconds) {
     giveBackMemory();
   }
   buildPollSet();
-  const int ready =
-      ::poll(pollSet_.data(), static_cast<nfds_t>(pollSet_.size()), echoes_.patience(milliseconds));
-  wasIdle_ = ready == 0;
+  const int patience = hasMoreToPush_ ? 0 : echoes_.patience(milliseconds);
+  const int ready = ::poll(pollSet_.data(), static_cast<nfds_t>(pollSet_.size()), patience);
+  wasIdle_ = ready == 0 && !hasMoreToPush_;
   if (wasIdle_) echoes_.foundNothing(state_.clock.uptime());
   if (ready < 0) {
     if (errno == EINTR) return true;
@@ -230,9 +230,13 @@ void RuntimeServer::publishSubscriptions() {
 // writable. A client that is gone is left to that poll: what it sent before it went is still read.
 void RuntimeServer::sendFreshOutput() {
   const Uptime now = state_.clock.uptime();
+  hasMoreToPush_ = false;
   for (const auto& [fd, client] : clients_) {
     if (client->outgoing.empty() || client->awaitsEcho || client->isDisconnected()) continue;
     client->trySend(now);
+    // What a client does not take at once is left to the poll.
+    const bool isBehind = client->subscription && client->subscription->isBehind;
+    if (isBehind && client->outgoing.empty()) hasMoreToPush_ = true;
   }
 }
 

@@ -66,6 +66,8 @@ class RuntimeServer {
   std::vector<int> expiring_;
   // Nothing was ready in the last turn.
   bool wasIdle_ = true;
+  // A subscriber that took all it was sent has more to get: the next turn is not to wait for anything.
+  bool hasMoreToPush_ = false;
   Uptime roundBegan_;
   Uptime gaveBackAt_;
   // When a client last sent something.

@@ -42,6 +42,7 @@ bool hasNews(OutputSubscription& sent, const RuntimeServiceState& state, const R
 // Notes what the subscriber knows after this response.
 void noteSent(OutputSubscription& subscription, const TerminalRuntimeResponse& sent, Uptime now) {
   subscription.cursor = sent.cursor;
+  subscription.isBehind = sent.cursor && sent.cursor->offset < sent.latestOffset;
   subscription.publishedAt = now;
   subscription.attention = sent.attention.value_or(std::vector<TerminalAttentionItem>{});
   if (!sent.session) return;

@@ -17,7 +17,6 @@ constexpr std::size_t maximumDirectoryBytes = 1023;
 constexpr std::size_t maximumArguments = 256;
 constexpr std::size_t maximumEnvironmentEntries = 512;
 constexpr std::size_t maximumTextBytes = TerminalRuntimeLimits::maximumFrameBytes / 2;
-constexpr std::int64_t maximumSide = 1000;
 
 void require(bool rule) {
   if (!rule) throw Failure(RuntimeFailure::invalidRequest);
@@ -44,8 +43,6 @@ class TextBudget {
   std::size_t left_ = maximumTextBytes;
 };
 
-bool isSide(std::int64_t side) { return side >= 1 && side <= maximumSide; }
-
 std::vector<char*> pointersTo(std::vector<std::string>& texts) {
   std::vector<char*> pointers;
   for (std::string& text : texts) pointers.push_back(text.data());
@@ -61,7 +58,7 @@ void validateLaunch(const TerminalRuntimeLaunch& launch) {
   require(launch.arguments.size() <= maximumArguments);
   require(launch.environment.size() <= maximumEnvironmentEntries);
   require(!launch.executableName || !launch.executableName->empty());
-  require(isSide(launch.columns) && isSide(launch.rows));
+  require(velotide_pty_is_side(launch.columns) && velotide_pty_is_side(launch.rows));
 
   TextBudget budget;
   budget.take(launch.executable);

@@ -107,8 +107,7 @@ int velotide_pty_spawn(const char* executable, char* const arguments[], char* co
 }
 
 int velotide_pty_resize(int master, std::int32_t columns, std::int32_t rows) {
-  const auto isSide = [](std::int32_t side) { return side >= 1 && side <= 1000; };
-  if (!isSide(columns) || !isSide(rows)) return failed(EINVAL);
+  if (!velotide_pty_is_side(columns) || !velotide_pty_is_side(rows)) return failed(EINVAL);
   const winsize size = windowSize(columns, rows);
   return ::ioctl(master, TIOCSWINSZ, &size);
 }

@@ -13,7 +13,10 @@ extern "C" {
 int velotide_pty_spawn(const char* executable, char* const arguments[], char* const environment[],
                        const char* directory, std::int32_t columns, std::int32_t rows, std::int32_t* pid);
 
-// Sets the window size; each side lies in 1...1000.
+// Whether a terminal may have a side of so many columns or rows.
+constexpr bool velotide_pty_is_side(std::int64_t side) { return side >= 1 && side <= 1000; }
+
+// Sets the window size.
 int velotide_pty_resize(int master, std::int32_t columns, std::int32_t rows);
 
 // 1 when the line discipline echoes, 0 when it does not.

@@ -16,6 +16,9 @@ namespace velotide {
 
 namespace {
 
+// At the child's end, in bytes; later turns read what is left.
+constexpr std::size_t endOutput = 65536;
+
 TerminalReminderPolicy checked(const TerminalReminderPolicy& policy) {
   if (!policy.isValid()) throw Failure(RuntimeFailure::invalidRequest);
   return policy;

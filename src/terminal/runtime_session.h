@@ -79,16 +79,14 @@ class RuntimeSession {
     expire();
     noticeExit();
   }
-  // Hangs up and lets go of the terminal. The child may still be running afterwards; whoever closes the
+  // Hangs up and lets go of the terminal. The child may still be running afterwards; whoever drops the
   // session reaps it.
   void close();
-  // At the child's end, in bytes; later turns read what is left.
-  static constexpr std::size_t endOutput = 65536;
   // Moves what the terminal holds into the journal. Throws what the journal throws.
   void readOutput(OutputReading reading);
   // More than a terminal holds.
   static constexpr std::size_t lastOutput = 1048576;
-  // The same before the session is let go: what it would throw goes to the system log.
+  // The same where nobody could take what it throws: that goes to the system log.
   void drainOutput(std::size_t bytes);
 
   // Applies one change to the agent monitor and announces what came of it. Throws what the change throws.

@@ -2,6 +2,9 @@
 
 import os
 import pathlib
+import select
+import signal
+import time
 import unittest
 
 from runtime_process import REQUIRED, RuntimeCase, encode, wait_until
@@ -42,6 +45,10 @@ class Output(RuntimeCase):
                              (reply["hasGap"], reply["cursor"], reply["latestOffset"]))
             self.assertTrue(reply.output == printed[start:stop])
         self.refuse("future_cursor", session.request("read", after=session.cursor(end + 1)))
+        begin, frame = time.monotonic(), session.request("subscribe")
+        while frame["cursor"]["offset"] < end:
+            frame = self.client.frame()
+        self.assertLess(time.monotonic() - begin, 0.5)  # no turn of the 15 waits for something to happen
 
 
 class Ends(RuntimeCase):
@@ -55,6 +62,25 @@ class Ends(RuntimeCase):
         for action in ("acquireControl", "releaseControl"):
             self.refuse("unavailable", session.request(action))
         self.assertNotIn("foregroundPID", self.accept(session.request("close")))
+
+    def test_the_end_of_a_child_is_told_behind_what_it_printed_last(self):
+        held = os.path.join(self.runtime.directory, "held")
+        os.mkfifo(held)
+        session = self.client.create(f"exec 3>{held}; stty raw -echo; printf R; read line; for each in $(seq 18); "
+                                     "do printf %01000d 0; sleep 0.01; done")
+        alive = self.enterContext(open(held, "rb"))
+        session.expect(b"R")
+        _, request = self.client.text("read", sessionID=session.info["id"], generation=session.info["generation"])
+        self.accept(session.input(b"\n"))
+        self.runtime.process.send_signal(signal.SIGSTOP)
+        is_over = select.select([alive], [], [], 5)[0]
+        time.sleep(0.05)  # from the end of its descriptors to its own
+        self.client.send(request)
+        self.runtime.process.send_signal(signal.SIGCONT)
+        reply = self.client.frame()
+        if not is_over or reply["session"]["running"]:
+            self.skipTest("a terminal holds less here, or the end came late")
+        self.assertEqual(18001, reply["latestOffset"])
 
     def test_output_may_end_before_the_child_does(self):
         flag = pathlib.Path(self.runtime.directory, "flag")
