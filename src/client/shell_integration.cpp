@@ -3,6 +3,7 @@
 #include <unistd.h>
 
 #include <algorithm>
+#include <cctype>
 #include <climits>
 #include <cstdlib>
 #include <string_view>
@@ -38,14 +39,28 @@ void addArguments(ShellStart& start, const std::vector<std::string>& arguments) 
 // The person's own value moves to another name, under which the scripts find it.
 void replaceVariable(ShellStart& start, const char* name, const std::string& value, const char* kept) {
   const auto own = start.environment.find(name);
-  if (own != start.environment.end()) start.environment[kept] = own->second;
+  if (own != start.environment.end())
+    start.environment[kept] = own->second;
+  else
+    start.environment.erase(kept);
   start.environment[name] = value;
+}
+
+// In POSIX mode bash drops exported functions whose names are no identifiers, such as foo-bar.
+bool hasFunctionsAgainstPosix(const ShellStart& start) {
+  const auto isOutsideNames = [](unsigned char letter) { return !std::isalnum(letter) && letter != '_'; };
+  return std::any_of(start.environment.begin(), start.environment.end(), [&](const auto& variable) {
+    const std::string& name = variable.first;
+    return name.starts_with("BASH_FUNC_") && name.ends_with("%%") &&
+           std::any_of(name.begin(), name.end() - 2, isOutsideNames);
+  });
 }
 
 void loadIntoBash(ShellStart& start, const std::string& directory, SystemBash systemBash) {
   if (!isLogin(start)) {
     addArguments(start, {"--rcfile", directory + "/load.bash"});
-  } else if (systemBash == SystemBash::old && start.path == "/bin/bash") {
+  } else if ((systemBash == SystemBash::old && start.path == "/bin/bash") ||
+             hasFunctionsAgainstPosix(start)) {
     start.environment["VELOTIDE_BASH_INTEGRATION"] = directory + "/velotide.bash";
     const bool hasHooks = start.environment.contains("PROMPT_COMMAND");
     std::string& hooks = start.environment["PROMPT_COMMAND"];

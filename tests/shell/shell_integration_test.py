@@ -98,11 +98,11 @@ class Terminal:
 # How README.md has each shell started: words after its name, environment.
 BASH = (["--rcfile", f"{SCRIPTS}/load.bash"], {})
 BASH_LOGIN = (["--posix"], {"ENV": f"{SCRIPTS}/load.bash"})
-BASH_32_LOGIN = ([], {
-    "VELOTIDE_ASSUME_BASH_VERSION": "302",
+BASH_HOOK_LOGIN = ([], {
     "VELOTIDE_BASH_INTEGRATION": f"{SCRIPTS}/velotide.bash",
     "PROMPT_COMMAND": '. "$VELOTIDE_BASH_INTEGRATION"; eval "${__velotide_last_hooks-}"',
 })
+BASH_32_LOGIN = ([], {**BASH_HOOK_LOGIN[1], "VELOTIDE_ASSUME_BASH_VERSION": "302"})
 ZSH = ([], {"ZDOTDIR": f"{SCRIPTS}/zsh"})
 FISH = (["--init-command", f"source '{SCRIPTS}/velotide.fish'"], {})
 
@@ -234,7 +234,7 @@ class ShellIntegrationTest(unittest.TestCase):
         fish_look = "status is-login; echo $status $SHLVL; env | grep -v ^_="
         rows = [("bash", BASH, bash, look, ""), ("bash", BASH_LOGIN, bash, look, "-l"),
                 ("bash", BASH_LOGIN, {f: bash[f] for f in (".bashrc", ".profile")}, look, "-"),
-                ("bash", BASH_32_LOGIN, bash, look, "-l"),
+                ("bash", BASH_32_LOGIN, bash, look, "-l"), ("bash", BASH_HOOK_LOGIN, bash, look, "-l"),
                 ("zsh", ZSH, zsh, zsh_look, ""), ("zsh", ZSH, zsh, zsh_look, "-"), ("zsh", ZSH, moved, zsh_look, "-l"),
                 ("fish", FISH, fish, fish_look, ""), ("fish", FISH, fish, fish_look, "-l")]
         for shell, launch, files, command, login in rows:
