@@ -29,8 +29,9 @@ if status is-interactive; and test -n "$VELOTIDE_AGENT_CONTEXT"; and test -t 1
         __velotide_mark shell=fish "context=$__velotide_directory_hex,$__velotide_fixed_context"
     end
 
+    # Also where all there is is comments.
     function __velotide_is_blank
-        not string match -qr '\S' -- $argv[1]
+        not string match -qr '(?m)^\s*[^\s#]' -- $argv[1]
     end
 
     function __velotide_starts --on-event fish_preexec

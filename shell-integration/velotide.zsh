@@ -98,7 +98,7 @@ __velotide_preexec() {
 __velotide_precmd() {
   local -i code=$?
   local sp=
-  [[ ! -o prompt_sp || ! -o prompt_cr || ! -o prompt_percent ]] || sp=1
+  [[ ! -o prompt_sp || ! -o prompt_cr ]] || sp=1
   { emulate -L zsh -o no_xtrace; trap - DEBUG ZERR } 2>/dev/null
   local told=
   if [[ -n $__velotide_eol_mark ]]; then

@@ -1,6 +1,7 @@
 # Start-up file of a zsh that is started with ZDOTDIR naming this folder. Gives
 # ZDOTDIR back at once, so that zsh itself reads all other start-up files of the
-# user from where they are, and loads the integration before the first prompt.
+# user from where they are, and loads the integration before the first prompt, or
+# with the first command where a file assigned the list of prompt hooks.
 
 () {
   emulate -L zsh
@@ -18,15 +19,24 @@ if [[ -o interactive ]]; then
   __velotide_load() {
     emulate -L zsh
     trap - DEBUG ZERR
-    precmd_functions=("${(@)precmd_functions:#__velotide_load}")
+    precmd_functions=(${precmd_functions:#__velotide_load})
+    preexec_functions=(${preexec_functions:#__velotide_load})
     unfunction __velotide_load
-    builtin source "$__velotide_script"
+    # A file of the user may have sourced it, and then its hooks run by themselves.
+    # Otherwise the list of hooks is already being worked through without them.
+    if (( ! ${+functions[__velotide_precmd]} )); then
+      builtin source "$__velotide_script"
+      if (( $# && ${+functions[__velotide_preexec]} )); then
+        __velotide_preexec "$@"
+      elif (( ${+functions[__velotide_precmd]} )); then
+        __velotide_precmd
+      fi
+    fi
     unset __velotide_script
-    # The list of hooks of this first prompt is already being worked through.
-    (( ! ${+functions[__velotide_precmd]} )) || __velotide_precmd
   }
-  typeset -ga precmd_functions
+  typeset -ga precmd_functions preexec_functions
   precmd_functions+=(__velotide_load)
+  preexec_functions+=(__velotide_load)
 else
   unset __velotide_script
 fi

@@ -157,7 +157,8 @@ SITUATIONS = [
     (["echo a bee\r", "echo $_ last\r"], [("echo a bee", 0), ("echo $_ last", 0)], "bash zsh", b"bee last"),
     (["\x1b[200~echo p; false\necho q\x1b[201~\r"], [("echo p; false", 1), ("echo q", 0)], "bash5.1 bash4.4", b"q\r\n"),
     (["{ true; } >caught\r", "cat caught\r"], [("{ true; } >caught", 0), ("cat caught", 0)], "bash", b""),
-    (["# nothing\r"], [], "bash", b""),
+    (["# nothing\r"], [], "bash fish", b""),
+    (["  # a\x1b\r#b\x1b\r true # c\r"], [("# a\n#b\n true # c", 0)], "fish", b""),
     ([("PS1='inner> ' bash --norc\r", b"inner> "), ("echo inside\r", b"inner> "), "exit 4\r"],
      [("PS1='inner> ' bash --norc", 4)], "bash", b"inside\r\n"),
     (["f() { false; }\r", "f\r"], [("f() { false; }", 0), ("f", 1)], "bash zsh", b""),
@@ -215,7 +216,7 @@ class ShellIntegrationTest(unittest.TestCase):
         rows = [("bash5.1", ["unset PROMPT_COMMAND"]), ("bash5.1", ["PROMPT_COMMAND=:"]), ("bash5.1", ["PROMPT_COMMAND=(: :)"]),
                 ("bash5.1", ["unset PS0"]), ("bash4.4", ["PROMPT_COMMAND=\"false; $PROMPT_COMMAND\""]),
                 ("bash3.2", ["PROMPT_COMMAND=\"$PROMPT_COMMAND; ls\""]), ("bash5.1", ["shopt -u promptvars"]),
-                ("zsh", ["preexec_functions=()"]), ("zsh", ["precmd_functions=()"])]
+                ("zsh", ["setopt prompt_sp no_prompt_percent"]), ("zsh", ["preexec_functions=()"]), ("zsh", ["precmd_functions=()"])]
         for name, steps in rows:
             with self.subTest(shell=name, steps=steps):
                 terminal = self.start(*SHELLS[name])
@@ -228,6 +229,7 @@ class ShellIntegrationTest(unittest.TestCase):
         bash = {f: f"started=$started+{f}\nPS1='re@dy> '\n" for f in (".bashrc", ".bash_profile", ".bash_login", ".profile")}
         zsh = {f: f"started=$started+{f}+$0\nPS1='re@dy> '\n" for f in (".zshenv", ".zprofile", ".zshrc", ".zlogin")}
         moved = {".zshenv": "export ZDOTDIR=$HOME/dots\n", **{"dots/" + f: text for f, text in zsh.items()}}
+        moved["dots/.zshrc"] += "precmd_functions=(:)\n"
         fish = {".config/fish/config.fish": "function fish_greeting; end; function fish_prompt; printf 're@dy> '; end\n"}
         look = "echo $0 $started $- $SHLVL $HISTFILE; shopt; set -o; env | grep -v ^_="
         zsh_look = "echo $0 $started $- $SHLVL $HISTFILE $ZDOTDIR; setopt; env | grep -v ^_="
