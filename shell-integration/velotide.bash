@@ -47,9 +47,11 @@ __velotide_then=:      # what the DEBUG trap still has to do
 __velotide_none= __velotide_uses_ps0= __velotide_directory= __velotide_here=
 __velotide_last_argument= __velotide_reply=
 
-# Names of hooks. The last function's name is also a number, see PS0 below.
+# Names of hooks. The last function's name is also a number, see PS0 below. The
+# first passes on the status of the command: in a list, where errexit and ERR traps
+# do not take it for a failure.
 __velotide_prompt_ends=0
-__velotide_begin_hook=__velotide_prompt_begins
+__velotide_begin_hook='__velotide_prompt_begins && :'
 __velotide_end_hook=__velotide_prompt_ends
 # Functions do not see the DEBUG trap, so this one is text.
 __velotide_trap_hook='[[ -z $__velotide_watches ]] || { __velotide_keep_trap "$(builtin trap -p DEBUG)"; builtin trap -- "$__velotide_trap" DEBUG; }'
@@ -144,8 +146,10 @@ __velotide_entry_number() {
   __velotide_reply=$((10#0${entry%%[!0-9]*}))
 }
 
+# The newest entries; nothing where a time before their text cannot be kept out.
 __velotide_entries() {
-  HISTTIMEFORMAT='' builtin history "$1"
+  local HISTTIMEFORMAT='' 2>/dev/null || return 0
+  builtin history "$1"
 }
 
 # The line about to run, or nothing where the history does not tell.
@@ -203,9 +207,8 @@ __velotide_debug() {
   local give=:
   __velotide_last_argument=$2
   if [[ $__velotide_user_trap != - ]]; then
-    # A status other than 0 would end a shell that has errexit set.
-    [[ $- != *e* ]] || set -- 0 "$2"
-    give="__velotide_return $1 \"\$__velotide_last_argument\"; $__velotide_user_trap"
+    give='"$__velotide_last_argument"'
+    give="__velotide_return $1 $give && : $give; $__velotide_user_trap"
   fi
   __velotide_then=$give
   if __velotide_is_typed "$BASH_COMMAND"; then
@@ -291,8 +294,7 @@ __velotide_prompt_begins() {
   { local status=$? traced=; [[ $- != *x* ]] || traced=1; set +x; } 2>/dev/null
   __velotide_finish "$status"
   __velotide_begun=1
-  # A status other than 0 would end a shell that has errexit set.
-  { [[ -z $traced ]] || set -x; [[ $- == *e* ]] || return "$status"; } 2>/dev/null
+  { [[ -z $traced ]] || set -x; return "$status"; } 2>/dev/null
 }
 
 # Last of the prompt hooks: they may have changed directory, history and hooks.
@@ -314,7 +316,8 @@ __velotide_read_history() {
   __velotide_hides=
   case :${HISTCONTROL-}: in *:ignoredups:* | *:ignoreboth:* | *:erasedups:*) __velotide_repeats=1 ;; esac
   case :${HISTCONTROL-}: in *:ignorespace:* | *:ignoreboth:*) __velotide_hides=1 ;; esac
-  if [[ :$SHELLOPTS: != *:history:* || -n ${HISTIGNORE-} || ${HISTSIZE-} == 0 ]]; then
+  if [[ :$SHELLOPTS: != *:history:* || -n ${HISTIGNORE-} || ${HISTSIZE-} == 0 ]] ||
+    { [[ -z $__velotide_history ]] && __velotide_is_readonly HISTTIMEFORMAT; }; then
     __velotide_hides=1
   fi
   __velotide_watches=$__velotide_hides
@@ -377,24 +380,26 @@ __velotide_without_hooks() {
   local text=$1 hook
   for hook in "$__velotide_loading" "$__velotide_last_hooks" "$__velotide_trap_hook" \
     "$__velotide_begin_hook" "$__velotide_end_hook"; do
-    text=${text#"$hook"}
-    text=${text#$'\n'}
-    text=${text%"$hook"}
-    text=${text%$'\n'}
+    [[ $text != "$hook" ]] || text=
+    text=${text#"$hook"[$'\n;']}
+    text=${text%[$'\n;']"$hook"}
     text=${text//"$hook"/:}
   done
   __velotide_reply=$text
 }
 
-__velotide_fixed_context=${USER:-${LOGNAME:-$(id -un 2>/dev/null)}}
-__velotide_fixed_context=$(__velotide_print_hex "$__velotide_fixed_context"),$UID,$(__velotide_print_hex "${HOSTNAME-}"),$(__velotide_print_hex bash)
-
-# Hooks that were made read-only stay as they are, and the session untracked.
-if ! __velotide_is_readonly PROMPT_COMMAND && ! __velotide_is_readonly PS0; then
+# What was made read-only stays as it is, and the session untracked. The line that
+# loaded this may have to stay, too, and finds nothing more to do.
+if __velotide_is_readonly PROMPT_COMMAND || __velotide_is_readonly PS0 || __velotide_is_readonly LC_ALL; then
+  unset __velotide_last_hooks
+  export -n VELOTIDE_BASH_INTEGRATION PROMPT_COMMAND
+else
+  __velotide_fixed_context=${USER:-${LOGNAME:-$(id -un 2>/dev/null)}}
+  __velotide_fixed_context=$(__velotide_print_hex "$__velotide_fixed_context"),$UID,$(__velotide_print_hex "${HOSTNAME-}"),$(__velotide_print_hex bash)
   __velotide_install
+  unset VELOTIDE_BASH_INTEGRATION
 fi
 
-unset VELOTIDE_BASH_INTEGRATION
 [[ -z $__velotide_exports ]] || set -a
 [[ -z $__velotide_aliases ]] || shopt -s expand_aliases
 unset __velotide_exports __velotide_aliases

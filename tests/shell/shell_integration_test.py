@@ -204,26 +204,36 @@ class ShellIntegrationTest(unittest.TestCase):
                     if steps[0] != "set -x\r":
                         self.assertNotIn(b"__velotide", printed)
 
-    def test_outside_a_hosted_session_nothing_is_printed(self):
-        for name, (shell, launch, files) in SHELLS.items():
-            for environment in ({}, {"VELOTIDE_AGENT_CONTEXT": ""}):
-                with self.subTest(shell=name, environment=environment):
-                    terminal = self.start(shell, (launch[0], {**launch[1], **environment}), files, hosted=False)
-                    terminal.type("echo one\r")
-                    self.assertNotIn(b"Velotide;", terminal.output)
+    def test_an_untracked_shell_prints_nothing_more(self):
+        outside, empty, inside = ({}, {"VELOTIDE_AGENT_CONTEXT": ""}, {"VELOTIDE_AGENT_CONTEXT": "/context"})
+        fixed = dict.fromkeys((".bashrc", ".bash_profile"), "PS1='re@dy> '; readonly LC_ALL=C.UTF-8")
+        rows = [(*how, environment, "") for how in SHELLS.values() for environment in (outside, empty)]
+        for shell, launch, files, environment, login in rows + [("bash", BASH, fixed, inside, ""),
+                                                                ("bash", BASH_32_LOGIN, fixed, inside, "-l")]:
+            with self.subTest(shell=shell, launch=launch, environment=environment):
+                terminal = self.start(shell, (launch[0], {**launch[1], **environment}), files, False, login)
+                terminal.type("echo one\r")
+                self.assertNotRegex(terminal.output, b"Velotide;|bash: ")
 
-    def test_lost_hooks_are_put_back(self):
-        rows = [("bash5.1", ["unset PROMPT_COMMAND"]), ("bash5.1", ["PROMPT_COMMAND=:"]), ("bash5.1", ["PROMPT_COMMAND=(: :)"]),
-                ("bash5.1", ["unset PS0"]), ("bash4.4", ["PROMPT_COMMAND=\"false; $PROMPT_COMMAND\""]),
-                ("bash3.2", ["PROMPT_COMMAND=\"$PROMPT_COMMAND; ls\""]), ("bash5.1", ["shopt -u promptvars"]),
-                ("zsh", ["setopt prompt_sp no_prompt_percent"]), ("zsh", ["preexec_functions=()"]), ("zsh", ["precmd_functions=()"])]
-        for name, steps in rows:
-            with self.subTest(shell=name, steps=steps):
+    def test_hooks_last_and_let_those_of_the_user_run(self):
+        hook, fault = """PROMPT_COMMAND%s;printf "<x%%s>" $?'""", """trap 'printf "<x%s>" $?' ERR"""
+        for name, step in [
+                ("bash5.1", "unset PROMPT_COMMAND"), ("bash5.1", "PROMPT_COMMAND=:"), ("bash5.1", "PROMPT_COMMAND=(: :)"),
+                ("bash5.1", "unset PS0"), ("bash4.4", "PROMPT_COMMAND=\"false; $PROMPT_COMMAND\""),
+                ("bash3.2", "PROMPT_COMMAND=\"$PROMPT_COMMAND; ls\""), ("bash5.1", "shopt -u promptvars"),
+                ("bash5.1", hook % "+='"), ("bash5.1", hook % "=\"$PROMPT_COMMAND\"'"),
+                ("bash5.1", "PROMPT_COMMAND=\"${PROMPT_COMMAND:+$PROMPT_COMMAND ;}ls\""),
+                ("bash5.1", fault), ("bash4.4", fault), ("bash3.2", fault), ("bash5.1", "readonly HISTTIMEFORMAT='%F %T '"),
+                ("bash3.2", "readonly HISTTIMEFORMAT='%F %T '"), ("zsh", "setopt prompt_sp no_prompt_percent"),
+                ("zsh", "preexec_functions=()"), ("zsh", "precmd_functions=()")]:
+            with self.subTest(shell=name, step=step):
                 terminal = self.start(*SHELLS[name])
-                terminal.type(*(step + "\r" for step in steps), "true\r")
-                printed = terminal.type("(exit 9)\r", " ls /nowhere\r")
+                terminal.type(step + "\r", "true\r")
+                printed = terminal.type("sh -c 'exit 9'\r", " ls /nowhere\r")
                 self.assertEqual(commands(printed),
-                                 [("start", "(exit 9)"), ("end", 9), ("start", "ls /nowhere"), ("end", 2)])
+                                 [("start", "sh -c 'exit 9'"), ("end", 9), ("start", "ls /nowhere"), ("end", 2)])
+                self.assertEqual(re.findall(b"<x(.)>", printed), [b"9", b"2"] if "<x" in step else [])
+                self.assertNotIn(b"bash: ", printed)
 
     def test_a_shell_starts_as_it_would_without(self):
         bash = {f: f"started=$started+{f}\nPS1='re@dy> '\n" for f in (".bashrc", ".bash_profile", ".bash_login", ".profile")}
