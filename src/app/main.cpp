@@ -48,6 +48,8 @@ int main(int count, char** arguments) {
     terminalRuntimeMain(count, arguments);
     return 0;
   } catch (const std::exception&) {
+    // Whoever would read this may be gone.
+    ::signal(SIGPIPE, SIG_IGN);
     std::fputs("Velotide Runtime could not start or continue.\n", stderr);
     return 1;
   }

@@ -15,6 +15,8 @@ constexpr char lead = '\xc2';
 constexpr int inBandResize = 2048;
 constexpr int keyboardLock = 2;
 constexpr int sendReceive = 12;
+// Greater ones, which a terminal may take for any other.
+constexpr int unknownMode = 65535;
 
 bool isWithin(char byte, char first, char last) { return byte >= first && byte <= last; }
 
@@ -25,6 +27,11 @@ bool isAmong(char byte, std::string_view set) { return set.find(byte) != std::st
 bool isShownText(char byte) {
   if (byte == '\x7f') return false;
   return static_cast<unsigned char>(byte) >= 0x20 || isAmong(byte, "\b\t\n\v\f\r\x0e\x0f");
+}
+
+// Inside a picture, where other controls would still be obeyed. ESC only begins and ends it.
+bool isPictureByte(char byte) {
+  return static_cast<unsigned char>(byte) >= 0x20 || isWithin(byte, '\b', '\r') || byte == '\x1b';
 }
 
 bool hasControls(std::string_view text) {
@@ -60,7 +67,8 @@ bool draws(const ControlSequence& control) {
     return std::ranges::find(control.parameters, mode) != control.parameters.end();
   };
   if (control.prefix == '?' && names(inBandResize)) return false;
-  if (control.prefix == 0 && isAmong(control.final, "hl") && (names(keyboardLock) || names(sendReceive)))
+  if (isAmong(control.final, "hl") &&
+      (names(unknownMode) || (control.prefix == 0 && (names(keyboardLock) || names(sendReceive)))))
     return false;
   // The titles' stack.
   if (control.final == 't' && control.prefix == 0 && control.intermediates.empty())
@@ -96,16 +104,27 @@ bool isPicture(std::string_view sequence) {
   return sequence.starts_with("\x1bP") && end != std::string_view::npos && sequence[end] == 'q';
 }
 
-// One of the graphics protocol that names nothing to be answered about, or asks for silence.
+// One of the graphics protocol that carries its own data and names nothing to be answered about, or asks for
+// silence. Where a key is repeated, some terminals go by the first and some by the last.
 bool isSilentGraphics(std::string_view body) {
-  const std::string_view keys = body.substr(0, body.find(';'));
-  if (!keys.starts_with('G') || keys.find("a=q") != std::string_view::npos) return false;
-  return keys.find("q=2") != std::string_view::npos || keys.find_first_of("iI") == std::string_view::npos;
+  if (!body.starts_with('G')) return false;
+  std::string_view keys = body.substr(1, body.find(';') - 1);
+  bool isNamed = false;
+  bool isSilent = false;
+  while (!keys.empty()) {
+    const std::string_view key = keys.substr(0, keys.find(','));
+    keys.remove_prefix(std::min(key.size() + 1, keys.size()));
+    if (key == "a=q" || (key.starts_with("t=") && key != "t=d") || (key.starts_with("q=") && key != "q=2"))
+      return false;
+    isNamed |= key.starts_with("i=") || key.starts_with("I=");
+    isSilent |= key == "q=2";
+  }
+  return isSilent || !isNamed;
 }
 
 bool isShownString(std::string_view sequence) {
   const std::string_view body = sequence.substr(2, sequence.size() - 2 - (sequence.ends_with('\a') ? 1 : 2));
-  if (sequence[1] == 'P') return isPicture(sequence);
+  if (sequence[1] == 'P') return isPicture(sequence) && std::ranges::all_of(body, isPictureByte);
   if (hasControls(body)) return false;
   if (sequence[1] == ']') return isShownCommand(body);
   return sequence[1] == '_' && isSilentGraphics(body);
@@ -138,7 +157,9 @@ void PastOutput::keepText(std::string_view text) {
   const bool isBeginning = text.starts_with('\x1b');
   if (scanner_.isLettingThrough()) {
     if (isBeginning && text.size() >= SequenceScanner::maximumSequence) isLongShown_ = isPicture(text);
-    if (isLongShown_) show(text);
+    std::string kept;
+    if (isLongShown_) std::ranges::copy_if(text, std::back_inserter(kept), isPictureByte);
+    show(kept);
     isLongOpen_ = isLongShown_ && scanner_.isInside();
     return;
   }

@@ -22,9 +22,9 @@ namespace {
 constexpr std::size_t maximumSocketPath = 100;
 constexpr int backlog = 16;
 
-// A trailing slash would make the directory check follow a link.
+// A trailing slash would make the directory check follow a link, with a dot behind it or without.
 std::string withoutTrailingSlashes(std::string path) {
-  while (path.size() > 1 && path.ends_with('/')) path.pop_back();
+  while (path.size() > 1 && (path.ends_with('/') || path.ends_with("/."))) path.pop_back();
   return path;
 }
 

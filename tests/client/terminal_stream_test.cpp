@@ -75,6 +75,7 @@ TEST(PastOutput, ShowsWhatDrawsAndNothingElse) {
       {"\x1b]9;x\a\x1b]777;notify;x\a\x1b]1337;Copy=x\a\x1b]21;foreground=?\x1b\\", ""},
       {"\x1b_Gi=1,a=T;eA==\x1b\\\x1b_Ga=q,q=2;\x1b\\\x1b_Ga=T,q=2,i=1;eA==\x1b\\",
        "\x1b_Ga=T,q=2,i=1;eA==\x1b\\"},
+      {"\x1b_Gq=2,q=0,i=1,a=T;eA==\x1b\\\x1b_Ga=T,t=t;eA==\x1b\\\x1b[?4294969344h\x1bPq\a\x1b\\.", "."},
       {"\x1b[2h\x1b[4;12l\x1b[20h\x1b[2J", "\x1b[20h\x1b[2J"},
       {drawing, drawing},
       // Read in one way here and in another one there.
@@ -83,7 +84,7 @@ TEST(PastOutput, ShowsWhatDrawsAndNothingElse) {
       {"\x1b[6\x1b[6nn\x1b\x1bZZ", "nZ"},
       {"\xc2\2336n\xc2\a\2336n\x1b]0;t\xc2\x9c\xc2\233c\aé", "\xc2?6n\xc2?6né"},
       // Too long to be held.
-      {"\x1b[" + filling + "c.\x1b]52;c;" + filling + "\a.\x1bPq" + filling + "\x1b\\.",
+      {"\x1b[" + filling + "c.\x1b]52;c;" + filling + "\a.\x1bPq" + filling + "\a\x1b\\.",
        "..\x1bPq" + filling + "\x1b\\."},
       {"\x1b]0;" + filling + "\x1b[c\x1b]0;" + filling + "\x1b[m", "\x1b[m"},
       {"\x1bPq" + filling + "\x1b[6nx\x1bPq" + filling + "\x1b[3\x18x",

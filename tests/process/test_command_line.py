@@ -49,6 +49,10 @@ class Start(RuntimeCase):
                           [root, "--root"], ["--help"], ["--root", ""], ["--root", "root"], ["--root", "./root"],
                           ["--root", root + "\udcff"]):
             self.assert_start_fails(*arguments)
+        nobody, errors = os.pipe()
+        os.close(nobody)
+        self.assertEqual(1, subprocess.run([RUNTIME], stderr=errors, check=False).returncode)
+        os.close(errors)
         self.assertEqual([], os.listdir(self.runtime.directory))
 
     def test_a_root_that_others_could_have_prepared_is_refused(self):
@@ -56,7 +60,8 @@ class Start(RuntimeCase):
             root = pathlib.Path(self.runtime.directory, what.replace(" ", "-"))
             root.mkdir(0o700)
             spoil(root)
-            self.assert_start_fails("--root", str(root))
+            for end in ("", "/", "/."):
+                self.assert_start_fails("--root", str(root) + end)
             self.assertFalse(root.joinpath("ui-capability").is_file())
             self.assertEqual([], list(root.glob("capability-*")))
 
