@@ -86,7 +86,7 @@ std::string sessionText(Service& service, const std::string& name) {
 
 int callAction(Service& service, const CallOptions& options) {
   RuntimeNativeRequest request = requestOf(options);
-  if (!options.session.empty()) request.tab = sessionText(service, options.session);
+  if (options.session) request.tab = sessionText(service, *options.session);
   const bool isAnswered = !request.noResponse.value_or(false);
   const bool waits = request.action == rawWord(RuntimeNativeAction::waitSession);
   const Seconds length = waits && request.waitSpec ? std::max(request.waitSpec->timeoutSeconds, 0.0) : 0;

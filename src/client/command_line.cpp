@@ -79,6 +79,7 @@ class CommandLine {
   WaitCommandLine waits_;
   std::string owner_;
   std::string session_;
+  std::optional<std::string> attached_;
   std::string shell_;
   std::string command_;
   bool follows_ = false;
@@ -156,9 +157,9 @@ void CommandLine::addStart() {
       "terminal, or with -d, the ID is printed.");
   addStartOptions(start, true);
   CLI::App* attach = add("attach", "Connect this terminal with a session", [this](Service& service) {
-    return attachSession(service, session_, start_.detachKey);
+    return attachSession(service, attached_, start_.detachKey);
   });
-  attach->add_option("SESSION", session_, std::string(sessionHelp) + "; the only running one when left out");
+  attach->add_option("SESSION", attached_, std::string(sessionHelp) + "; the only running one when left out");
   attach->footer(
       "\nWhat is held of the output is shown first. When several terminals are attached, the one that was "
       "typed in\n"

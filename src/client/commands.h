@@ -73,7 +73,7 @@ struct AgentReportOptions {
 
 // start_commands.cpp
 int startSession(Service& service, const StartOptions& options);
-int attachSession(Service& service, const std::string& name, const std::string& detachKey);
+int attachSession(Service& service, const std::optional<std::string>& name, const std::string& detachKey);
 int runProgram(Service& service, const StartOptions& options);
 int restartSession(Service& service, const std::string& name, const StartOptions& options);
 

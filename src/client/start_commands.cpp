@@ -65,13 +65,12 @@ int startSession(Service& service, const StartOptions& options) {
   return showStarted(service, create(service, wishFor(service, options)), options);
 }
 
-int attachSession(Service& service, const std::string& name, const std::string& detachKey) {
+int attachSession(Service& service, const std::optional<std::string>& name, const std::string& detachKey) {
   const DetachKey key = DetachKey::named(detachKey);
   if (!LocalTerminal::isPresent())
     throw Trouble("Attaching needs a terminal. To follow the output without one: velotide read --follow " +
-                  name);
-  const TerminalRuntimeSessionInfo session =
-      name.empty() ? findRunningSession(service) : findSession(service, name);
+                  name.value_or(""));
+  const TerminalRuntimeSessionInfo session = name ? findSession(service, *name) : findRunningSession(service);
   refuseOwnSession(session.id);
   return attach(service, session, {key, false, true});
 }

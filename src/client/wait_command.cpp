@@ -35,7 +35,7 @@ class WantedWait {
  public:
   WantedWait(Service& service, const WaitOptions& options) : options_(options) {
     choose();
-    if (options.event && options.session.empty() && !options.after.empty()) {
+    if (options.event && !options.session && !options.after.empty()) {
       spec.after = parseCursor(options.after);
       return;
     }
@@ -43,7 +43,7 @@ class WantedWait {
         service.call(TerminalRuntimeRequest::make(TerminalRuntimeAction::list));
     if (state.eventHead) spec.after = *state.eventHead;
     if (!options.after.empty() && !options.output) spec.after = parseCursor(options.after);
-    if (options.event && options.session.empty()) return;
+    if (options.event && !options.session) return;
     lookAt(state.sessions.value_or(std::vector<TerminalRuntimeSessionInfo>()));
   }
 
@@ -59,20 +59,20 @@ class WantedWait {
       throw Trouble(
           "Say what to wait for: one of --command, --last-command, --agent, --attention, --output, --event.",
           ExitStatus::usage);
-    if (options_.session.empty() && !options_.event) throw Trouble("Name a session.", ExitStatus::usage);
+    if (!options_.session && !options_.event) throw Trouble("Name a session.", ExitStatus::usage);
     if (options_.timeout && !(*options_.timeout >= 0))
       throw Trouble("--timeout takes seconds, 0 or more.", ExitStatus::usage);
   }
 
   void lookAt(const std::vector<TerminalRuntimeSessionInfo>& sessions) {
-    const std::optional<Uuid> whole = Uuid::parse(options_.session);
+    const std::optional<Uuid> whole = Uuid::parse(*options_.session);
     isGone = whole && std::none_of(sessions.begin(), sessions.end(),
                                    [&](const auto& session) { return session.id == *whole; });
     if (isGone) {
       spec.tabID = whole;
       return;
     }
-    const TerminalRuntimeSessionInfo& session = resolveName(options_.session, sessions);
+    const TerminalRuntimeSessionInfo& session = resolveName(*options_.session, sessions);
     spec.tabID = session.id;
     if (!options_.command.empty() || options_.lastCommand) awaitCommand(session);
     if (!options_.activity.empty()) awaitAgent(session);

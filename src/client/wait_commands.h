@@ -22,11 +22,12 @@ struct CallOptions {
   std::vector<std::string> fields;
   // Fields as one JSON object.
   std::string object;
-  std::string session;
+  std::optional<std::string> session;
 };
 
 struct WaitOptions {
-  std::string session;
+  // Any when left out.
+  std::optional<std::string> session;
   // Exactly one of the next six says what to wait for.
   std::string command;
   bool lastCommand = false;

@@ -111,6 +111,7 @@ class Attaching(ClientCase):
         terminal = self.terminal("new", "--detach-key", "none")
         terminal.expect(b"$ ")
         terminal.type(f"{VELOTIDE} attach; echo status $?\r".encode(), b"that very session", b"status 125")
+        terminal.type(f"{VELOTIDE} attach ''\r".encode(), b"named \"\"")
         terminal.type(f"{VELOTIDE} new -d -- sh -c '{VELOTIDE} attach $VELOTIDE_OUTER_SESSIONS </dev/tty'\r".encode())
         wait_until(lambda: any(b"that very session" in self.call("read", session)
                                for session in self.call("ls", "--ids").decode().split()), "the refusal")

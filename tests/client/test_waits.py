@@ -70,6 +70,8 @@ class Waits(ClientCase):
                 self.assertEqual(status, result[0], result)
                 self.assertIn(output, (None, result[1]))
 
+        self.assertEqual(1, self.velotide("wait", "", "--event", "--timeout", "0")[0])
+
     def test_an_interrupted_wait_is_cancelled_and_one_without_a_service_ends(self):
         waiting = self.begin("wait", self.tab, "--output")
         waiting.send_signal(signal.SIGINT)
@@ -123,7 +125,8 @@ class Waits(ClientCase):
                 (["get_agent_state"], 1, "unavailable"), (["dance", "tab=" + self.tab], 1, "invalidCapability"),
                 (["cancel_wait", "--json", '{"controlID": "x"}'], 1, "invalidSpec"),
                 (["cancel_wait", "noResponse:=true"], 0, ""),
-                (["list_attention", "tabb=1"], 2, "tabb"), (["list_attention", "eventLimit=1"], 2, "form")]:
+                (["list_attention", "tabb=1"], 2, "tabb"), (["list_attention", "eventLimit=1"], 2, "form"),
+                (["list_attention", "--tab", ""], 1, 'named ""')]:
             with self.subTest(words):
                 result = self.velotide("call", *words)
                 self.assertEqual(status, result[0], result)
