@@ -20,13 +20,29 @@ struct FieldNames {
   }
 };
 
-bool isField(std::string_view name) {
+// Throws Trouble when no field has that name, except `id` and `action`: those are the command's own.
+void requireField(std::string_view name) {
   const RuntimeNativeRequest request;
   FieldNames fields;
   RuntimeNativeRequest::fields(request, fields);
-  // Those two are the command's own.
-  if (name == "id" || name == "action") return false;
-  return std::find(fields.names.begin(), fields.names.end(), name) != fields.names.end();
+  const bool isKnown = std::find(fields.names.begin(), fields.names.end(), name) != fields.names.end();
+  if (!isKnown || name == "id" || name == "action")
+    throw Trouble("No field is named " + std::string(name) + ". `velotide call --help` lists them.",
+                  ExitStatus::usage);
+}
+
+// The service would drop the request without an answer.
+[[noreturn]] void failForm() {
+  throw Trouble("A field does not have the form that the mailbox takes. `velotide call --help` lists them.",
+                ExitStatus::usage);
+}
+
+// One JSON value, so that it cannot bring further fields with it.
+std::string jsonValue(const std::string& text) {
+  ByteQueue copy;
+  copy.append(text + " ");
+  if (!JsonDocument().parse(copy.mutableText())) failForm();
+  return text;
 }
 
 std::string quoted(std::string_view text) {
@@ -42,38 +58,38 @@ std::string member(const std::string& word) {
     throw Trouble("A field is given as KEY=TEXT or KEY:=JSON, not as " + word + ".", ExitStatus::usage);
   const bool isJson = word[equals - 1] == ':';
   const std::string name = word.substr(0, equals - (isJson ? 1 : 0));
-  if (!isField(name))
-    throw Trouble("No field is named " + name + ". `velotide call --help` lists them.", ExitStatus::usage);
+  requireField(name);
   const std::string value = word.substr(equals + 1);
-  return quoted(name) + ":" + (isJson ? value : quoted(value));
+  return quoted(name) + ":" + (isJson ? jsonValue(value) : quoted(value));
 }
 
 // What stands between the braces of an object.
-std::string members(std::string_view object) {
-  constexpr std::string_view blank = " \t\r\n";
-  const std::size_t begin = object.find_first_not_of(blank);
-  const std::size_t end = object.find_last_not_of(blank);
-  if (begin == std::string_view::npos || begin == end || object[begin] != '{' || object[end] != '}')
-    throw Trouble("--json takes one JSON object.", ExitStatus::usage);
-  return std::string(object.substr(begin + 1, end - begin - 1));
+std::string members(const std::string& object) {
+  ByteQueue copy;
+  copy.append(object);
+  JsonDocument document;
+  const bool isValue = document.parse(copy.mutableText());
+  JsonDocument::Cursor cursor = document.root();
+  if (!isValue || !cursor.enterObject()) throw Trouble("--json takes one JSON object.", ExitStatus::usage);
+  bool isEmpty = true;
+  while (const std::optional<std::string_view> name = cursor.nextKey()) {
+    requireField(*name);
+    cursor.skipValue();
+    isEmpty = false;
+  }
+  const std::size_t begin = object.find('{') + 1;
+  return isEmpty ? "" : "," + object.substr(begin, object.rfind('}') - begin);
 }
 
 RuntimeNativeRequest requestOf(const CallOptions& options) {
   std::string text = "{\"id\":\"\",\"action\":" + quoted(options.action);
-  if (!options.object.empty()) {
-    const std::string inner = members(options.object);
-    if (inner.find_first_not_of(" \t\r\n") != std::string::npos) text += "," + inner;
-  }
+  if (!options.object.empty()) text += members(options.object);
   for (const std::string& word : options.fields) text += "," + member(word);
   ByteQueue json;
   json.append(text + "}");
   JsonDocument document;
   auto request = decodeText<RuntimeNativeRequest>(document, json.mutableText());
-  // The service would drop it without an answer.
-  if (!request)
-    throw Trouble("A field does not have the form that the mailbox takes. `velotide call --help` lists them.",
-                  ExitStatus::usage);
-  request->action = options.action;
+  if (!request) failForm();
   return std::move(*request);
 }
 

@@ -125,8 +125,10 @@ class Waits(ClientCase):
                 (["get_agent_state"], 1, "unavailable"), (["dance", "tab=" + self.tab], 1, "invalidCapability"),
                 (["cancel_wait", "--json", '{"controlID": "x"}'], 1, "invalidSpec"),
                 (["cancel_wait", "noResponse:=true"], 0, ""),
-                (["list_attention", "tabb=1"], 2, "tabb"), (["list_attention", "eventLimit=1"], 2, "form"),
-                (["list_attention", "--tab", ""], 1, 'named ""')]:
+                (["list_attention", "tabb=1"], 2, "tabb"), (["list_attention", "--json", '{"tabb":1}'], 2, "tabb"),
+                (["list_attention", "eventLimit=1"], 2, "form"), (["list_attention", "eventLimit:="], 2, "form"),
+                (["list_attention", 'eventLimit:=5,"tab":"x"'], 2, "form"),
+                (["list_attention", "--json", "[]"], 2, "object"), (["list_attention", "--tab", ""], 1, 'named ""')]:
             with self.subTest(words):
                 result = self.velotide("call", *words)
                 self.assertEqual(status, result[0], result)
