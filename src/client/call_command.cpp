@@ -118,10 +118,10 @@ int callAction(Service& service, const CallOptions& options) {
     if (!answer->record.ok) service.notices().error(answer->record.error.value_or("not ok"));
     return answer->record.ok ? ExitStatus::success : ExitStatus::failure;
   }
-  mailbox.withdraw(id);
+  const bool isTaken = !mailbox.withdraw(id);
   const std::vector<int> came = signals.take();
   if (came.empty()) MailboxClient::failUnanswered();
-  if (waits) mailbox.cancelWait(id, owner);
+  if (waits && isTaken) mailbox.cancelWait(id, owner);
   return ExitStatus::signalBase + came.front();
 }
 

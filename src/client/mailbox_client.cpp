@@ -134,7 +134,7 @@ bool MailboxClient::awaitTaken(const std::string& id, Uptime deadline, int wakeD
   return true;
 }
 
-void MailboxClient::withdraw(const std::string& id) { ::unlink(requestPath(id).c_str()); }
+bool MailboxClient::withdraw(const std::string& id) { return ::unlink(requestPath(id).c_str()) == 0; }
 
 void MailboxClient::failUnanswered() {
   throw Trouble("The service does not answer through its mailbox. See `velotide status`.");

@@ -36,8 +36,9 @@ class MailboxClient {
   // Until the service has taken the request out. False when `deadline` passed or `wakeDescriptor` became
   // readable first.
   bool awaitTaken(const std::string& id, Uptime deadline, int wakeDescriptor = -1);
-  // Takes back what the service has not taken, so that it is not carried out after the end of patience.
-  void withdraw(const std::string& id);
+  // Takes back what the service has not taken, so that it is not carried out after the end of patience. False
+  // when it has.
+  bool withdraw(const std::string& id);
 
   // Throws the Trouble that no answer came in time.
   [[noreturn]] static void failUnanswered();

@@ -1,6 +1,7 @@
 #include <algorithm>
 #include <charconv>
 #include <limits>
+#include <utility>
 
 #include "client/event_stream.h"
 #include "client/mailbox_client.h"
@@ -16,6 +17,9 @@ namespace {
 
 // What one wait at the service lasts at most; longer ones are made of several.
 constexpr Seconds longestWait = 60;
+// The log may run over while a wait is pending. The next one begins so many events before its end: among them
+// is the one that ended it, and all are newer than the cursor that it had.
+constexpr std::uint64_t lookBack = 64;
 
 bool parseNumber(std::string_view text, std::int64_t& number) {
   const auto result = std::from_chars(text.data(), text.data() + text.size(), number);
@@ -123,29 +127,37 @@ class WantedWait {
   const WaitOptions& options_;
 };
 
+// A signal came before the end of a wait.
+struct Interrupted {
+  int signal;
+};
+
 // One wait of the person's, made of as many of the service's as it takes.
 class Waiting {
  public:
-  Waiting(Service& service, const TerminalWaitSpec& spec, std::optional<Seconds> timeout)
-      : mailbox_(service.root()), spec_(spec), begin_(now()), timeout_(timeout) {}
+  // A cursor that `isGiven` by the person is an error when the log no longer reaches back to it.
+  Waiting(const Service& service, const TerminalWaitSpec& spec, std::optional<Seconds> timeout, bool isGiven)
+      : notices_(service.notices()),
+        mailbox_(service.root()),
+        spec_(spec),
+        begin_(now()),
+        timeout_(timeout),
+        isGiven_(isGiven) {}
 
-  // Absent when a signal came first.
-  std::optional<TerminalWaitResult> run() {
-    for (bool isRenewed = false;; isRenewed = true) {
-      const std::string id = begin();
+  // Throws Interrupted.
+  TerminalWaitResult run() {
+    for (bool isRenewed = isGiven_;; isRenewed = true) {
+      begin();
       if (isRenewed && comesAndGoes()) {
-        if (std::optional<TerminalWaitResult> missed = findMissed(id)) {
-          mailbox_.cancelWait(id, owner_);
-          return missed;
+        if (std::optional<TerminalWaitResult> missed = findMissed()) {
+          mailbox_.cancelWait(id_, owner_);
+          return *missed;
         }
       }
-      std::optional<TerminalWaitResult> result = await(id);
-      if (!result || result->outcome != TerminalWaitOutcome::timeout || left() <= 0) return result;
-      spec_.after = result->cursor;
+      const TerminalWaitResult result = await();
+      if (!goesOn(result)) return result;
     }
   }
-
-  int signal() const { return signal_; }
 
  private:
   Seconds left() const {
@@ -153,55 +165,95 @@ class Waiting {
     return std::max(*timeout_ - (now() - begin_), 0.0);
   }
 
-  std::string begin() {
-    spec_.timeoutSeconds = std::min(left(), longestWait);
+  void begin() {
+    // A given cursor is judged at once: if it expired, then before this wait and not during it.
+    spec_.timeoutSeconds = isGiven_ ? 0 : std::min(left(), longestWait);
     RuntimeNativeRequest request;
     request.action = rawWord(RuntimeNativeAction::waitSession);
     request.controlID = owner_;
     request.waitSpec = spec_;
-    return mailbox_.send(std::move(request));
+    id_ = mailbox_.send(std::move(request));
   }
 
-  std::optional<TerminalWaitResult> await(const std::string& id) {
+  TerminalWaitResult await() {
     const Uptime deadline = now() + spec_.timeoutSeconds + MailboxClient::answerDeadline;
-    const std::optional<MailboxAnswer> answer = mailbox_.await(id, deadline, signals_.descriptor());
-    if (!answer) {
-      mailbox_.withdraw(id);
-      const std::vector<int> came = signals_.take();
-      if (came.empty()) MailboxClient::failUnanswered();
-      signal_ = came.front();
-      mailbox_.cancelWait(id, owner_);
-      return std::nullopt;
-    }
-    if (answer->record.waitResult) return answer->record.waitResult;
+    const std::optional<MailboxAnswer> answer = mailbox_.await(id_, deadline, signals_.descriptor());
+    if (!answer) giveUp();
+    if (answer->record.waitResult) return *answer->record.waitResult;
     const std::string word = answer->record.error.value_or("");
     throw Trouble(word == "capacityExceeded"
                       ? "The service holds all the waits it takes (128). Try again later."
                       : explain(word));
   }
 
-  // Present states are judged when a wait begins. What came and went between two waits is only in the log.
+  // Whether it takes another wait, which then begins where this one has left off.
+  bool goesOn(const TerminalWaitResult& result) {
+    const bool wasGiven = std::exchange(isGiven_, false);
+    spec_.after = result.cursor;
+    if (result.outcome != TerminalWaitOutcome::cursorExpired || wasGiven)
+      return result.outcome == TerminalWaitOutcome::timeout && left() > 0;
+    spec_.after.sequence -= std::min(lookBack, spec_.after.sequence);
+    return true;
+  }
+
+  // A signal, or the end of patience, came before an answer.
+  [[noreturn]] void giveUp() {
+    const bool isPending = !mailbox_.withdraw(id_);
+    const std::vector<int> came = signals_.take();
+    if (isPending) mailbox_.cancelWait(id_, owner_);
+    if (came.empty()) MailboxClient::failUnanswered();
+    throw Interrupted{came.front()};
+  }
+
+  RuntimeNativeResponse ask(RuntimeNativeRequest request) {
+    const std::string id = mailbox_.send(std::move(request));
+    const Uptime deadline = now() + MailboxClient::answerDeadline;
+    std::optional<MailboxAnswer> answer = mailbox_.await(id, deadline, signals_.descriptor());
+    if (answer) return std::move(answer->record);
+    mailbox_.withdraw(id);
+    giveUp();
+  }
+
+  // Present states are judged when a wait begins. What came and went before it is only in the log.
   bool comesAndGoes() const {
     return spec_.condition == TerminalWaitCondition::agentState ||
            spec_.condition == TerminalWaitCondition::attention;
   }
 
-  // Reads what was logged before the wait `id` began; what comes later it sees by itself.
-  std::optional<TerminalWaitResult> findMissed(const std::string& id) {
-    mailbox_.awaitTaken(id, now() + MailboxClient::answerDeadline);
+  // Reads what was logged before the wait began; what comes later it sees by itself.
+  std::optional<TerminalWaitResult> findMissed() {
+    if (!mailbox_.awaitTaken(id_, now() + MailboxClient::answerDeadline, signals_.descriptor())) giveUp();
     RuntimeNativeRequest request;
     request.action = rawWord(RuntimeNativeAction::readSessionEvents);
     request.eventCursor = spec_.after;
     for (bool hasMore = true; hasMore;) {
-      const MailboxAnswer answer = mailbox_.call(request);
-      // The wait itself tells what became of the log.
-      if (!answer.record.eventBatch) return std::nullopt;
-      for (const TerminalSessionEvent& event : answer.record.eventBatch->events) {
-        if (event.tabID == spec_.tabID && isMatch(event)) return matchOf(id, event);
+      const RuntimeNativeResponse answer = ask(request);
+      if (answer.error == rawWord(TerminalEventReadError::cursorExpired)) return findStanding();
+      // The wait itself tells what else is wrong with the cursor.
+      if (!answer.eventBatch) return std::nullopt;
+      for (const TerminalSessionEvent& event : answer.eventBatch->events) {
+        if (event.tabID == spec_.tabID && isMatch(event))
+          return matchOf(event.cursor.sequence, event.agent, event.attention);
       }
-      hasMore = answer.record.eventBatch->hasMore;
-      request.eventCursor = answer.record.eventBatch->nextCursor;
+      hasMore = answer.eventBatch->hasMore;
+      request.eventCursor = answer.eventBatch->nextCursor;
     }
+    return std::nullopt;
+  }
+
+  // The log no longer tells all that happened since the cursor. Items that stand tell when they were raised.
+  std::optional<TerminalWaitResult> findStanding() {
+    if (spec_.condition == TerminalWaitCondition::attention) {
+      RuntimeNativeRequest request;
+      request.action = rawWord(RuntimeNativeAction::listAttention);
+      request.tab = spec_.tabID->text();
+      const RuntimeNativeResponse answer = ask(std::move(request));
+      for (const auto& item : answer.attention.value_or(std::vector<TerminalAttentionItem>())) {
+        if (item.createdSequence > spec_.after.sequence)
+          return matchOf(item.createdSequence, std::nullopt, item);
+      }
+    }
+    notices_.note("more has happened since than the service keeps: what came and went may be missed");
     return std::nullopt;
   }
 
@@ -213,22 +265,24 @@ class Waiting {
            event.agent->activity == spec_.activity;
   }
 
-  TerminalWaitResult matchOf(const std::string& id, const TerminalSessionEvent& event) const {
-    TerminalWaitResult result{id, TerminalWaitOutcome::matched, event.cursor};
-    if (spec_.condition == TerminalWaitCondition::attention)
-      result.attention = event.attention;
-    else
-      result.agent = event.agent;
+  TerminalWaitResult matchOf(std::uint64_t sequence, const std::optional<TerminalAgentSnapshot>& agent,
+                             const std::optional<TerminalAttentionItem>& attention) const {
+    TerminalWaitResult result{id_, TerminalWaitOutcome::matched, {spec_.after.appEpoch, sequence}};
+    result.agent = agent;
+    result.attention = attention;
     return result;
   }
 
+  const Notices& notices_;
   MailboxClient mailbox_;
   SignalPipe signals_{{SIGINT, SIGTERM, SIGHUP}};
   const std::string owner_ = Uuid::random().text();
   TerminalWaitSpec spec_;
   const Uptime begin_;
   const std::optional<Seconds> timeout_;
-  int signal_ = 0;
+  bool isGiven_;
+  // Of the wait at the service.
+  std::string id_;
 };
 
 std::string wordOf(const TerminalWaitResult& result) {
@@ -280,11 +334,11 @@ int conclude(const Notices& notices, TerminalWaitOutcome outcome) {
 int waitForSession(Service& service, const WaitOptions& options) {
   const WantedWait wanted(service, options);
   TerminalWaitResult result{"", TerminalWaitOutcome::targetClosed, wanted.spec.after};
-  if (!wanted.isGone) {
-    Waiting waiting(service, wanted.spec, options.timeout);
-    const std::optional<TerminalWaitResult> ended = waiting.run();
-    if (!ended) return ExitStatus::signalBase + waiting.signal();
-    result = *ended;
+  try {
+    const bool isGiven = !options.after.empty() && !options.output;
+    if (!wanted.isGone) result = Waiting(service, wanted.spec, options.timeout, isGiven).run();
+  } catch (const Interrupted& interrupted) {
+    return ExitStatus::signalBase + interrupted.signal;
   }
   if (options.asJson)
     printJson(result);

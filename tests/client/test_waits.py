@@ -3,6 +3,7 @@
 import json
 import os
 import pathlib
+import shutil
 import signal
 
 from client_case import ClientCase, process
@@ -19,16 +20,22 @@ class Waits(ClientCase):
         super().setUp()
         self.session = self.client.create(MARKS)
         self.tab = self.session.info["id"]
+        self.epoch = self.client.request("readEvents")["eventHead"]["appEpoch"]
 
     def pending(self):
         return self.client.request("diagnostics")["pendingWaits"]
+
+    def flood(self):
+        """Another session makes more events than the log holds."""
+        self.client.create(r"for i in $(seq 600); do printf '\033]777;Velotide;start=6c73\033\\"
+                           r"\033]777;Velotide;end=0\033\\'; done; echo over; cat").expect(b"over")
 
     def begin(self, *words):
         waiting = self.start(*words)
         process.wait_until(lambda: self.pending() == 1, "the wait is pending")
         return waiting
 
-    def test_what_happens_while_waiting_ends_the_wait(self):
+    def test_what_happens_while_waiting_or_since_a_position_ends_the_wait(self):
         self.session.input(b"start\n")
         self.session.expect(b"start=")
         command = self.session.request("getAgentState")["session"]["commands"][-1]["id"]
@@ -38,11 +45,23 @@ class Waits(ClientCase):
             report = {key: grant[key] for key in ("instanceID", "runID", "token")}
             self.accept(self.session.request("reportAgent", agentReport={
                 **report, "sequence": sequence, "kind": "codex", "activity": activity, **more}))
+        tell("blocked", 1, blockReason="approval")
+        tell("idle", 2)
+        tell("blocked", 3, blockReason="question")
+        for words, floods, expected, told in [
+                (["--agent", "idle"], False, 0, "idle\n"), (["--attention"], False, 0, "approval\n"),
+                (["--agent", "idle"], True, 124, "may be missed"), (["--attention"], True, 0, "question\n"),
+                (["--event"], True, 1, "leave --after out")]:
+            if floods:
+                self.flood()
+            result = self.velotide("wait", self.tab, *words, "--after", self.epoch + ":0", "--timeout", "0")
+            self.assertEqual((expected, True), (result[0], told in result[1] + result[2]), (words, result))
         for words, happens, expected, printed in [
                 (["--output"], lambda: self.session.input(b"hello\n"), 0, None),
-                (["--event"], lambda: self.session.input(b"hello\n"), 0, "outputChanged\n"),
-                (["--agent", "idle"], lambda: tell("idle", 1), 0, "idle\n"),
-                (["--attention"], lambda: tell("blocked", 2, blockReason="approval"), 0, None),
+                (["--agent", "idle"], lambda: tell("idle", 4), 0, "idle\n"),
+                (["--event"], lambda: (self.flood(), self.session.input(b"hello\n")), 0, "outputChanged\n"),
+                (["--attention"], lambda: (self.flood(), self.session.input(b"hello\n"), tell("working", 5),
+                                           tell("blocked", 6, blockReason="approval")), 0, "approval\n"),
                 (["--last-command"], lambda: self.session.input(b"end3\n"), 0, "failed\n"),
                 (["--output", "--after", "999999"], lambda: self.session.request("close"), 4, "")]:
             with self.subTest(words):
@@ -57,7 +76,7 @@ class Waits(ClientCase):
         self.session.input(b"start\nend0\n")
         self.session.expect(b"end=0")
         unknown = process.new_id()
-        epoch = self.client.request("readEvents")["events"]["nextCursor"]["appEpoch"]
+        epoch = self.epoch
         for words, status, output in [
                 (["--last-command"], 0, "succeeded\n"), (["--event", "--after", epoch + ":0"], 0, "registered\n"),
                 (["--output", "--after", "0"], 0, None), (["--command", unknown], 4, ""),
@@ -82,21 +101,18 @@ class Waits(ClientCase):
         self.runtime.kill()
         self.assertEqual(3, self.finish(waiting)[0])
 
-    def test_a_request_that_is_given_up_is_not_carried_out_later(self):
-        self.addCleanup(os.kill, self.runtime.process.pid, signal.SIGCONT)
-        os.kill(self.runtime.process.pid, signal.SIGSTOP)
-        requests = pathlib.Path(self.runtime.root, "native-tools", "requests")
-        calling = self.start("call", "cancel_all_waits", "noResponse:=true")
-        process.wait_until(lambda: list(requests.glob("*.json")), "the request")
-        calling.send_signal(signal.SIGINT)
-        self.assertEqual((130, []), (self.finish(calling)[0], os.listdir(requests)))
-
-    def test_a_long_wait_goes_on_where_the_one_before_ended(self):
-        root = pathlib.Path(self.runtime.directory, "other")
+    def test_a_long_wait_goes_on_and_what_is_given_up_is_not_carried_out_later(self):
+        root = pathlib.Path(self.runtime.directory, "other")  # the same service, but this is its mailbox
         mailbox = root / "native-tools"
         for directory in (root, mailbox, mailbox / "requests", mailbox / "responses"):
             directory.mkdir(0o700)
-        epoch = process.new_id()
+        (root / "runtime.sock").symlink_to(self.runtime.root + "/runtime.sock")
+        shutil.copy(self.runtime.root + "/ui-capability", root)
+        epoch = self.epoch
+
+        def request():
+            [path] = process.wait_until(lambda: list(mailbox.glob("requests/*.json")), "a request")
+            return path
 
         def put(path, **record):
             new = path.with_suffix(".new")
@@ -108,15 +124,28 @@ class Waits(ClientCase):
             return {"appEpoch": epoch, "sequence": sequence}
         put(mailbox / "runtime.json", appEpoch=epoch, pid=os.getpid(), cursor=at(0))
         waiting = self.start("wait", "--event", "--after", epoch + ":5", "--json", root=root)
-        for expected, outcome, sequence in [(5, "timeout", 9), (9, "timeout", 12), (12, "matched", 13)]:
-            [path] = process.wait_until(lambda: list(mailbox.glob("requests/*.json")), "a request")
-            request = json.loads(path.read_text())
+        for expected, length, outcome, sequence in [(5, 0, "timeout", 9), (9, 60, "timeout", 12),
+                                                    (12, 60, "cursorExpired", 2000), (1936, 60, "matched", 1999)]:
+            path = request()
+            spec = json.loads(path.read_text())["waitSpec"]
             path.unlink()
-            self.assertEqual((at(expected), 60), (request["waitSpec"]["after"], request["waitSpec"]["timeoutSeconds"]))
-            put(mailbox / "responses" / path.name, id=request["id"], action="wait_session", ok=True, appName="Velotide",
-                snapshotSequence=0, waitResult={"waitID": request["id"], "outcome": outcome, "cursor": at(sequence)})
+            self.assertEqual((at(expected), length), (spec["after"], spec["timeoutSeconds"]))
+            put(mailbox / "responses" / path.name, id=path.stem, action="wait_session", ok=True, appName="Velotide",
+                snapshotSequence=0, waitResult={"waitID": path.stem, "outcome": outcome, "cursor": at(sequence)})
         status, output, errors = self.finish(waiting)
-        self.assertEqual((0, 13), (status, json.loads(output)["cursor"]["sequence"]), errors)
+        self.assertEqual((0, 1999), (status, json.loads(output)["cursor"]["sequence"]), errors)
+        spec = 'waitSpec:={"condition":"events","after":{"appEpoch":"%s","sequence":0}}' % epoch
+        waits = ["wait", self.tab, "--attention", "--after", epoch + ":5"]
+        for words, left in [(["call", "cancel_all_waits", "noResponse:=true"], []),
+                            (["call", "wait_session", spec], []), (waits, []), (waits, ["cancel_wait"])]:
+            waiting = self.start(*words, root=root)
+            path = request()
+            if left:  # the wait has begun, and the log is being read
+                path.unlink()
+                self.assertIn("read_session_events", request().read_text())
+            waiting.send_signal(signal.SIGINT)
+            self.assertEqual(130, self.finish(waiting)[0])
+            self.assertEqual(left, [json.loads(path.read_text())["action"] for path in mailbox.glob("requests/*")])
 
     def test_calls_print_the_answer_and_tell_its_error_word(self):
         for words, status, word in [
