@@ -345,9 +345,9 @@ int waitForSession(Service& service, const WaitOptions& options) {
   else if (result.outcome == TerminalWaitOutcome::matched)
     print(wordOf(result) + "\n");
   if (options.showsCursor) {
-    const bool counts = options.output && result.revision;
+    const std::int64_t revision = result.revision.value_or(wanted.spec.revision.value_or(0));
     service.notices().error("cursor " +
-                            (counts ? std::to_string(*result.revision) : cursorText(result.cursor)));
+                            (options.output ? std::to_string(revision) : cursorText(result.cursor)));
   }
   return conclude(service.notices(), result.outcome);
 }
