@@ -1,7 +1,7 @@
 #include "client/completion.h"
 
 #include <CLI/CLI.hpp>
-#include <algorithm>
+#include <regex>
 #include <string_view>
 #include <vector>
 
@@ -12,22 +12,27 @@ namespace velotide::client {
 
 namespace {
 
+// What is expected somewhere is a choice of words, or of a kind: commands, sessions, programs or directories.
 struct CompletedOption {
   std::string name;
+  std::string description;
+  // Of one letter; empty where it has none.
+  std::string shortName;
   bool takesValue = false;
-  // What may stand behind it, where that is a choice of a few.
-  std::string values;
+  std::string expected;
 };
 
-// What shells complete of one command, or of the line before there is one.
+// What shells complete behind one command, or on the line before there is one.
 struct CompletedCommand {
+  // With the command it is a verb of: "agent report".
   std::string name;
   std::string description;
   std::vector<CompletedOption> options;
-  // Words that are no options: these, sessions, or the words of another command line.
-  std::string words;
-  bool takesSessions = false;
-  bool takesProgram = false;
+  std::string expected;
+
+  bool isCommand() const { return !name.empty() && name.find(' ') == std::string::npos; }
+  // A choice is made once; sessions and programs may be more.
+  bool isChoice() const { return expected != "sessions" && expected != "programs" && !expected.empty(); }
 };
 
 using Commands = std::vector<CompletedCommand>;
@@ -42,41 +47,61 @@ std::string namesOf(const auto& named) {
   return joined(named, [](const auto& one) { return one.name; });
 }
 
-void addOptions(CompletedCommand& known, const CLI::App& app) {
-  for (const CLI::Option* option : app.get_options()) {
-    if (option->get_positional()) known.takesSessions |= option->get_name() == "SESSION";
-    for (const std::string& name : option->get_lnames())
-      known.options.push_back({"--" + name, option->get_items_expected_max() > 0, {}});
-  }
+// What a label in the help stands for.
+std::string expectedFor(const std::string& label) {
+  if (label == "SESSION") return "sessions";
+  if (label == "DIRECTORY") return "directories";
+  if (label == "ACTIVITY")
+    return joined(rawWords(TerminalAgentActivity{}), [](const char* word) { return word; });
+  return "";
 }
 
-CompletedCommand describe(CLI::App& app) {
-  CompletedCommand known{app.get_name(), app.get_description(), {}, {}, false, false};
-  addOptions(known, app);
-  const std::vector<CLI::App*> verbs = app.get_subcommands({});
-  known.words = joined(verbs, [](const CLI::App* verb) { return verb->get_name(); });
-  const auto itself = [](const char* word) { return word; };
-  if (known.name == "completion") known.words = joined(completedShells, itself);
-  for (CompletedOption& option : known.options) {
-    if (option.name == "--agent") option.values = joined(rawWords(TerminalAgentActivity{}), itself);
+// The words of a description that is nothing but a choice, like "bash, zsh or fish".
+std::string choiceIn(const std::string& description) {
+  static const std::regex choice("[a-z_]+(,\\s+[a-z_]+)*\\s+or\\s+[a-z_]+");
+  static const std::regex between(",?\\s+(or\\s+)?");
+  return std::regex_match(description, choice) ? std::regex_replace(description, between, " ") : "";
+}
+
+CompletedOption describe(const CLI::Option& option) {
+  const std::vector<std::string>& letters = option.get_snames();
+  return {"--" + option.get_lnames().front(), option.get_description(),
+          letters.empty() ? "" : "-" + letters.front(), option.get_items_expected_max() > 0,
+          expectedFor(option.get_type_name())};
+}
+
+CompletedCommand describe(const CLI::App& app, const std::string& name) {
+  CompletedCommand known{name, app.get_description(), {}, {}};
+  for (const CLI::Option* option : app.get_options()) {
+    if (!option->get_positional())
+      known.options.push_back(describe(*option));
+    else if (known.expected.empty())
+      known.expected = expectedFor(option->get_name()) + choiceIn(option->get_description());
   }
-  known.takesSessions |= known.name == "restart";
-  known.takesProgram = known.name == "new" || known.name == "run";
+  const std::vector<const CLI::App*> verbs = app.get_subcommands({});
+  if (!verbs.empty()) known.expected = joined(verbs, [](const CLI::App* verb) { return verb->get_name(); });
+  if (app.get_prefix_command()) known.expected = name == "restart" ? "sessions" : "programs";
   return known;
 }
 
-// The command line before there is a command, under an empty name, and its commands.
-Commands describeAll(CLI::App& app) {
-  Commands known{describe(app)};
-  known.front().name.clear();
-  for (CLI::App* command : app.get_subcommands({})) {
-    known.push_back(describe(*command));
+void addVerbs(Commands& known, const CLI::App& app, const std::string& before) {
+  for (const CLI::App* verb : app.get_subcommands({})) {
+    const std::string name = before + verb->get_name();
+    addVerbs(known, *verb, name + " ");
+    known.push_back(describe(*verb, name));
+    if (!verb->get_fallthrough()) continue;
     // These take the general options of the line as their own.
-    if (!command->get_fallthrough()) continue;
     for (const CompletedOption& option : known.front().options) {
       if (option.name != "--help" && option.name != "--version") known.back().options.push_back(option);
     }
   }
+}
+
+// The command line before there is a command, under an empty name, and its commands; verbs of a command stand
+// before it.
+Commands describeAll(const CLI::App& app) {
+  Commands known{describe(app, "")};
+  addVerbs(known, app, "");
   return known;
 }
 
@@ -86,11 +111,33 @@ std::string inQuotes(std::string_view text) {
   return "'" + inside + "'";
 }
 
+// What bash and zsh spell in the same way: the options of the line, and what its next word may be.
+std::string cases(const Commands& commands) {
+  std::string text = "  case $line in\n";
+  for (const CompletedCommand& command : commands) {
+    const std::string name = inQuotes(command.name);
+    text += "    " + name + (command.name.empty() ? "" : " | " + inQuotes(command.name + " ") + "*") + ")\n";
+    text += "      options=" + inQuotes(namesOf(command.options)) + "\n";
+    if (!command.expected.empty())
+      text += std::string("      ") + (command.isChoice() ? "[[ $line == " + name + " ]] && " : "") +
+              "expected=" + inQuotes(command.expected) + "\n";
+    text += "      case $before in\n";
+    for (const CompletedOption& option : command.options) {
+      if (!option.takesValue) continue;
+      text += "        " + option.name + (option.shortName.empty() ? "" : " | " + option.shortName) +
+              ") expected=" + inQuotes(option.expected) + " ;;\n";
+    }
+    text += "      esac\n      ;;\n";
+  }
+  return text += "  esac\n";
+}
+
 constexpr std::string_view bashHead =
     R"script(# velotide completion bash > ~/.local/share/bash-completion/completions/velotide
 _velotide() {
-  local word=${COMP_WORDS[COMP_CWORD]} before=${COMP_WORDS[COMP_CWORD - 1]} command= options= words= index
+  local word=${COMP_WORDS[COMP_CWORD]} before=${COMP_WORDS[COMP_CWORD - 1]} line= options= expected= index
   local -x VELOTIDE_ROOT=$VELOTIDE_ROOT
+  COMPREPLY=()
   for ((index = 1; index < COMP_CWORD; index++)); do
     case ${COMP_WORDS[index]} in
       --root)
@@ -98,83 +145,72 @@ _velotide() {
         VELOTIDE_ROOT=${COMP_WORDS[++index]/#\~/$HOME}
         ;;
       -*) ;;
-      *) command=${command:-${COMP_WORDS[index]}} ;;
+      *) line+=${line:+ }${COMP_WORDS[index]} ;;
     esac
   done
-  case $before in
-    --root | --directory | -C) COMPREPLY=($(compgen -d -- "$word")); return ;;
-  esac
-  case $command in
 )script";
 
-constexpr std::string_view bashTail = R"script(  esac
-  if [[ $word == -* ]]; then
-    words=$options
-  elif [[ $words == sessions ]]; then
-    words=$(velotide ls --ids 2>/dev/null) word=${word^^}
-  elif [[ $words == programs ]]; then
-    words=$(compgen -c -- "$word")
-  fi
-  COMPREPLY=($(compgen -W "$words" -- "$word"))
+constexpr std::string_view bashTail = R"script(  [[ $word == -* ]] && expected=$options
+  case $expected in
+    sessions) expected=$(velotide ls --ids 2>/dev/null) word=$(tr a-f A-F <<<"$word") ;;
+    programs) expected=$(compgen -c -- "$word") ;;
+    directories)
+      # Where there is no compopt, as in bash 3.2, names of files are completed, and quoted.
+      local IFS=$'\n'
+      compopt -o filenames 2>/dev/null && COMPREPLY=($(compgen -d -- "$word"))
+      return
+      ;;
+  esac
+  COMPREPLY=($(compgen -W "$expected" -- "$word"))
 }
 complete -o default -F _velotide velotide
 )script";
 
 std::string bash(const Commands& commands) {
-  std::string text(bashHead);
-  for (const CompletedCommand& command : commands) {
-    const std::string words = command.takesSessions  ? "sessions"
-                              : command.takesProgram ? "programs"
-                                                     : command.words;
-    text += "    " + inQuotes(command.name) + ") words='" + words + "' options='" + namesOf(command.options) +
-            "'";
-    for (const CompletedOption& option : command.options) {
-      if (!option.values.empty())
-        text += "; [[ $before == " + option.name + " ]] && words='" + option.values + "'";
-    }
-    text += " ;;\n";
-  }
-  return text.append(bashTail);
+  return std::string(bashHead).append(cases(commands)).append(bashTail);
 }
 
 constexpr std::string_view zshHead = R"script(#compdef velotide
 # velotide completion zsh > "${fpath[1]}/_velotide"
 _velotide() {
-  local -a commands sessions options choices
-  local command= index at
+  local line= before=$words[CURRENT-1] options= expected= index at
+  local -a verbs sessions
   local -x VELOTIDE_ROOT=$VELOTIDE_ROOT
   for ((index = 2; index < CURRENT; index++)); do
     case $words[index] in
       --root) VELOTIDE_ROOT=${words[++index]/#\~/$HOME} ;;
       --root=*) VELOTIDE_ROOT=${${words[index]#--root=}/#\~/$HOME} ;;
       -*) ;;
-      *) [[ -n $command ]] || { command=$words[index]; at=$index; } ;;
+      *) line+=${line:+ }$words[index]; at=${at:-$index} ;;
     esac
   done
-  case $words[CURRENT-1] in
-    --root|--directory|-C) _files -/; return ;;
-  esac
-  commands=(
+  verbs=(
 )script";
 
 // A program's own command line begins behind the options of the command.
-constexpr std::string_view zshProgram = R"script(
-      while (( at + 1 < CURRENT )) && [[ $words[at+1] == -* ]]; do
-        [[ $words[at+1] == (-C|--directory|--detach-key|--root) ]] && (( at++ ))
-        (( at++ ))
-      done
-      if (( at < CURRENT )) && [[ at+1 -lt CURRENT || $PREFIX != -* ]]; then
-        shift $at words
-        (( CURRENT -= at ))
-        _normal
-        return
-      fi)script";
-
-constexpr std::string_view zshTail = R"script(  esac
-  [[ $PREFIX == -* ]] && compadd -a options
-  (( $#choices )) && compadd -a choices
-  (( $#sessions )) && _describe -M 'm:{a-z}={A-Z}' session sessions
-  return 0
+constexpr std::string_view zshTail = R"script(  if [[ $expected == programs ]]; then
+    while (( at + 1 < CURRENT )) && [[ $words[at+1] == -* ]]; do
+      [[ $words[at+1] == (-C|--directory|--detach-key|--root) ]] && (( at++ ))
+      (( at++ ))
+    done
+    if (( at < CURRENT )) && [[ at+1 -lt CURRENT || $PREFIX != -* ]]; then
+      shift $at words
+      (( CURRENT -= at ))
+      _normal
+      return
+    fi
+  fi
+  [[ $PREFIX == -* ]] && expected=$options
+  case $expected in
+    commands) _describe command verbs ;;
+    sessions)
+      sessions=(${(f)"$(velotide ls --ids 2>/dev/null)"})
+      _describe session sessions -M 'm:{a-z}={A-Z}'
+      ;;
+    directories) _files -/ ;;
+    programs) ;;
+    *) compadd -- ${=expected} ;;
+  esac
 }
 if [[ $funcstack[1] == _velotide ]]; then
   _velotide "$@"
@@ -183,49 +219,40 @@ else
 fi
 )script";
 
-std::string zsh(const Commands& commands) {
+std::string zsh(Commands commands) {
+  // With their descriptions.
+  commands.front().expected = "commands";
   std::string text(zshHead);
   for (const CompletedCommand& command : commands) {
-    if (!command.name.empty()) text += "    " + inQuotes(command.name + ":" + command.description) + "\n";
+    if (command.isCommand()) text += "    " + inQuotes(command.name + ":" + command.description) + "\n";
   }
-  text += "  )\n  case $command in\n";
-  for (const CompletedCommand& command : commands) {
-    text += "    " + inQuotes(command.name) + ") options=(" + namesOf(command.options) + ")";
-    if (command.name.empty())
-      text += "; [[ $PREFIX == -* ]] || _describe command commands";
-    else if (!command.words.empty())
-      text += "; choices=(" + command.words + ")";
-    if (command.takesSessions) text += "; sessions=(${(f)\"$(velotide ls --ids 2>/dev/null)\"})";
-    for (const CompletedOption& option : command.options) {
-      if (!option.values.empty())
-        text += "; [[ $words[CURRENT-1] == " + option.name + " ]] && { choices=(" + option.values +
-                "); sessions=(); }";
-    }
-    if (command.takesProgram) text += zshProgram;
-    text += " ;;\n";
-  }
-  return text.append(zshTail);
+  return text + "  )\n" + cases(commands).append(zshTail);
 }
 
 constexpr std::string_view fishHead =
     R"script(# velotide completion fish > ~/.config/fish/completions/velotide.fish
-# Whether this is the command on the line; '' where there is none yet.
-function __velotide_within
+# The words on the line that are no options.
+function __velotide_line
   set -l words (commandline -opc)
+  set -l line
   set -e words[1]
-  set -l command ''
   while set -q words[1]
     switch $words[1]
       case --root
         set -e words[1]
       case '-*'
       case '*'
-        set command $words[1]
-        break
+        set -a line $words[1]
     end
     set -e words[1]
   end
-  test "$command" = "$argv[1]"
+  echo "$line"
+end
+function __velotide_at
+  test (__velotide_line) = "$argv"
+end
+function __velotide_within
+  string match -q -- "$argv *" (__velotide_line)' '
 end
 function __velotide_sessions
   set -lx VELOTIDE_ROOT $VELOTIDE_ROOT
@@ -236,30 +263,34 @@ function __velotide_sessions
   and set VELOTIDE_ROOT $given
   velotide ls --ids 2>/dev/null
 end
-complete -c velotide -l root -x -a '(__fish_complete_directories)' -d 'Directory of the service'
-complete -c velotide -s q -l quiet -d 'Say nothing but results and errors'
 )script";
 
+std::string fishExpecting(const std::string& expected) {
+  if (expected == "programs") {
+    return " -a '(__fish_complete_subcommand --fcs-skip=2 -C --directory --detach-key --root)'";
+  }
+  if (expected == "sessions") return " -f -a '(__velotide_sessions)'";
+  if (expected == "directories") return " -f -a '(__fish_complete_directories)'";
+  return expected.empty() ? "" : " -f -a " + inQuotes(expected);
+}
+
 std::string fish(const Commands& commands) {
+  const std::string condition = "complete -c velotide -n ";
   std::string text(fishHead);
+  text += condition + "\"__velotide_at ''\" -f\n";
   for (const CompletedCommand& command : commands) {
-    const std::string within = "complete -c velotide -n \"__velotide_within '" + command.name + "'\" ";
-    if (!command.name.empty())
-      text += "complete -c velotide -n \"__velotide_within ''\" -f -a " + command.name + " -d " +
+    const std::string within = condition + "\"__velotide_within '" + command.name + "'\"";
+    const std::string at = condition + "\"__velotide_at '" + command.name + "'\"";
+    if (command.isCommand())
+      text += condition + "\"__velotide_at ''\" -f -a " + command.name + " -d " +
               inQuotes(command.description) + "\n";
-    else
-      text += within + "-f\n";
-    if (!command.name.empty() && !command.words.empty()) text += within + "-f -a '" + command.words + "'\n";
-    if (command.takesSessions) text += within + "-f -a '(__velotide_sessions)'\n";
-    if (command.takesProgram) text += within + "-a '(__fish_complete_subcommand)'\n";
+    if (!command.name.empty() && !command.expected.empty())
+      text += (command.isChoice() ? at : within) + fishExpecting(command.expected) + "\n";
     for (const CompletedOption& option : command.options) {
-      if (option.name == "--root" || option.name == "--quiet") continue;
-      text += within + "-l " + option.name.substr(2);
-      if (!option.values.empty())
-        text += " -x -a '" + option.values + "'";
-      else if (option.takesValue)
-        text += " -r";
-      text += "\n";
+      text += (command.name.empty() ? at : within) + " -l " + option.name.substr(2);
+      if (!option.shortName.empty()) text += " -s " + option.shortName.substr(1);
+      if (option.takesValue) text += " -x" + fishExpecting(option.expected);
+      text += " -d " + inQuotes(option.description) + "\n";
     }
   }
   return text;

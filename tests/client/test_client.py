@@ -5,6 +5,7 @@ import fcntl
 import json
 import os
 import pathlib
+import re
 import signal
 import socket
 import subprocess
@@ -251,26 +252,32 @@ class Listing(ClientCase):
 class Completing(ClientCase):
     def test_shells_complete_verbs_options_and_sessions(self):
         session = self.new("cat")
+        os.mkdir(self.directory + "/two words")
         self.environment["PATH"] = os.path.dirname(VELOTIDE) + ":" + self.environment["PATH"]
-        for shell in ("bash", "zsh", "fish"):
+        starts = {"bash": ("--norc", "bind 'set show-all-if-ambiguous on'"),
+                  "zsh": ("-f", "autoload -U compinit; compinit -uD"), "fish": ("-N", "true")}
+        for shell, (option, start) in starts.items():
             script = pathlib.Path(self.directory, shell)
             script.write_bytes(self.call("completion", shell))
             subprocess.run([shell, "-n", script], check=True)
-        bash = f". {self.directory}/bash; COMP_WORDS=(velotide %s); COMP_CWORD=%d; _velotide; echo ${{COMPREPLY[*]}}"
-        fish = f"source {self.directory}/fish; complete -C 'velotide %s'"
-        zsh = ("compdef() {}; compadd() { print -- ${(P)argv[-1]} }; _describe() { print -- ${(P)argv[-1]%%:*} }; "
-               f". {self.directory}/zsh; words=(velotide %s); CURRENT=%d; PREFIX=$words[CURRENT]; _velotide")
-        elsewhere = {**self.environment, "VELOTIDE_ROOT": "/nowhere"}
-        for words, found in (("att", "attach attention"), ("ls --j", "--json"), (f"--root {self.root} show ", session),
-                             ("--ver", "--version"), ("-q --root /tmp atta", "attach"), ("ls --ro", "--root"),
-                             ("agent ", "bind report exit hook"), ("wait X --agent ", "idle blocked"),
-                             ("completion ", "bash zsh fish"), (f"show --root {self.root} {session[:3]}", session)):
-            count, given = words.count(" "), words + "''" * words.endswith(" ")
-            for shell, line in (("bash", bash % (given, count + 1)), ("zsh", zsh % (given, count + 2)),
-                                ("fish", fish % words)):
+            terminal = self.terminal("run", "--", shell, option, columns=200, rows=100)
+            terminal.type(f"{start}; export VELOTIDE_ROOT=/nowhere; . {script}; echo ready''.\r".encode(), b"ready.")
+            here = f"--root {self.root} "
+            for words, found, *absent in (
+                    ("att", "attach attention"), ("ls --j", "--json"), (f"{here}show ", session),
+                    ("--ver", "--version"), ("-q --root /tmp atta", "attach"), ("ls --ro", "--root"),
+                    ("agent ", "bind report exit hook"), ("agent report ", "idle blocked", "hook"),
+                    (f"{here}wait X --agent ", "idle blocked", session), ("completion ", "bash zsh fish"),
+                    (f"show {here}{session[:8].lower()}", session), (f"{here}ack --session ", session),
+                    (f"{here}send -k ", "", session), (f"new -C {self.directory}/two", r"two\ words"),
+                    ("run -C / velotide-ru", "velotide-runtime")):
                 with self.subTest(shell=shell, words=words):
-                    shown = subprocess.check_output([shell, "-c", line], env=elsewhere).decode()
-                    self.assertLessEqual(set(found.split()), set(shown.split()))
+                    begin = terminal.seen
+                    terminal.type(b"velotide " + words.encode() + b"\t\x01echo \x05 do''ne\r", b"done\r\n")
+                    shown = re.sub(r"\x1b\[[0-9;?]*[a-zA-Z]|\x1b\(B", "", terminal.screen[begin:terminal.seen].decode())
+                    self.assertEqual([], [word for word in found.split() if word not in shown], shown)
+                    for word in ("bad option", *absent):  # as zsh complains of the script
+                        self.assertNotIn(word, shown)
 
 
 class Failing(ClientCase):
