@@ -42,13 +42,13 @@ void AgentCommandLine::addEvents(const Add& add) {
   list->add_option("--after", events_.after, "Begin behind this event; without it with the oldest held")
       ->type_name("EPOCH:SEQUENCE");
   list->add_flag("--show-cursor", events_.showsCursor,
-                 "Print the last cursor to standard error, for --after");
+                 "Print \"velotide: cursor EPOCH:SEQUENCE\" to standard error, for --after");
   list->add_flag("--json", events_.asJson, "One event a line as JSON; [] when there is none");
   list->footer(
       "\nFields: cursor (appEpoch, sequence), tabID (the session), kind, occurredAt, commandID, "
       "commandState, "
       "revision,\n"
-      "agent, location, attention.");
+      "agent, location, attention. --follow ends by a signal, and exits with 0.");
 }
 
 void AgentCommandLine::addAgent(CLI::App& app) {

@@ -37,6 +37,21 @@ constexpr const char* sessionFields =
 
 constexpr const char* sessionHelp = "Session: its ID or an unambiguous beginning";
 
+// Adds to the line of usage the words of a program, which the parser leaves over.
+class HelpFormatter : public CLI::Formatter {
+  std::string make_usage(const CLI::App* app, std::string name) const override {
+    std::string usage = CLI::Formatter::make_usage(app, std::move(name));
+    const auto add = [&](const char* words) { usage.insert(usage.size() - 1, words); };
+    if (app->get_name() == "restart") add(" SESSION");
+    if (app->get_name() == "run")
+      add(" [--] COMMAND...");
+    else if (app->get_prefix_command())
+      add(" [--] [COMMAND...]");
+    if (app->get_name() == "exec") add(" -- COMMAND...");
+    return usage;
+  }
+};
+
 // The command line as declared to the parser, and what to do once it is understood.
 class CommandLine {
  public:
@@ -91,7 +106,7 @@ class CommandLine {
 };
 
 CommandLine::CommandLine() {
-  app_.footer(overviewFooter);
+  app_.formatter(std::make_shared<HelpFormatter>());
   // The line of usage says which arguments are needed.
   for (const char* label : {"TEXT", "REQUIRED"}) app_.get_formatter()->label(label, "");
   app_.set_version_flag("--version", "velotide " + std::string(AppVersion::value));
@@ -111,6 +126,8 @@ CommandLine::CommandLine() {
   };
   agents_.addTo(addFamily, app_);
   waits_.addTo(addFamily);
+  // Last, because commands would take it over.
+  app_.footer(overviewFooter);
   takeAsTyped(app_);
 }
 
@@ -153,8 +170,7 @@ void CommandLine::addStart() {
   CLI::App* start = add("new", "Start a session and attach to it",
                         [this](Service& service) { return startSession(service, start_); });
   start->footer(
-      "\nvelotide new [OPTIONS] [--] [COMMAND...]\nWithout COMMAND your shell is started. Without a "
-      "terminal, or with -d, the ID is printed.");
+      "\nWithout COMMAND your shell is started. Without a terminal, or with -d, the ID is printed.");
   addStartOptions(start, true);
   CLI::App* attach = add("attach", "Connect this terminal with a session", [this](Service& service) {
     return attachSession(service, attached_, start_.detachKey);
@@ -173,8 +189,7 @@ void CommandLine::addStart() {
         return restartSession(service, name, start_);
       });
   restart->footer(
-      "\nvelotide restart [OPTIONS] SESSION [--] [COMMAND...]\nWithout COMMAND your shell is started, in the "
-      "session's directory. The output begins anew.");
+      "\nWithout COMMAND your shell is started, in the session's directory. The output begins anew.");
   addStartOptions(restart, true);
 }
 
@@ -187,10 +202,10 @@ void CommandLine::addRun() {
                       });
   addStartOptions(run, false);
   run->footer(
-      "\nvelotide run [OPTIONS] [--] COMMAND...\nBetween terminals the program has this one; otherwise "
-      "standard input and output are passed on as "
-      "they are\n"
-      "(standard error comes with the output). The session is closed at the end.");
+      "\nBetween terminals the program has this one. Otherwise standard input and output are passed on\n"
+      "as they are (standard error comes with the output), but the program has a terminal all the same:\n"
+      "it may colour, set in columns or start a pager. `velotide run sh -c 'ls | cat'` and PAGER=cat\n"
+      "keep it from that. The session is closed at the end.");
 }
 
 void CommandLine::addList() {
@@ -211,16 +226,16 @@ void CommandLine::addRead() {
                        [this](Service& service) { return readOutput(service, read_); });
   read->add_option("SESSION", read_.session, sessionHelp)->required();
   read->add_flag("-f,--follow", read_.follows,
-                 "Go on with what is printed from now on, until the session ends");
+                 "Go on with what is printed from now on, until the session ends or a signal comes");
   read->add_option("--after", read_.after, "Begin behind this position")->type_name("GENERATION:OFFSET");
   read->add_flag("--show-cursor", read_.showsCursor,
-                 "Print the last position to standard error, for --after");
+                 "Print \"velotide: cursor POSITION\" to standard error, for --after");
   read->add_flag("--json", read_.asJson, "One piece of output a line as JSON");
   read->footer(
       "\nFields of a piece: session, data (base64), cursor (generation, offset: where it ends), missed "
       "(bytes before\n"
       "it that are no longer held). --follow ends with a line of session, cursor, ended (exited, closed or\n"
-      "serviceGone) and exitStatus.");
+      "serviceGone) and exitStatus. Ended by a signal, it exits with 0.");
 }
 
 void CommandLine::addCommands() {

@@ -245,12 +245,14 @@ void Execution::awaitStart() {
     pump(settled);
     if (deadline_ <= now() || interruptedAt_) break;
     if (output_->state() != CommandWatch::State::awaited || !isQuiet() || !isEditing()) continue;
-    // The shell reads on: it found nothing to run in the line, or waits for the rest of it.
+    // The shell reads on: it found nothing to run in the line, left it there, or waits for the rest of it.
     const bool isRejected = screen_.isEmptyPrompt();
     if (!isRejected) control_->type(interruptKey, SessionControl::Expects::lineEditor);
-    throw Refusal{ExitStatus::ownFailure, isRejected
-                                              ? "The shell ran nothing. See what it says: velotide read"
-                                              : "The command is not complete: a quote or a keyword is open."};
+    throw Refusal{
+        ExitStatus::ownFailure,
+        isRejected
+            ? "The shell ran nothing. See what it says: velotide read"
+            : "The shell rejected the command, or it is not complete. See what it says: velotide read"};
   }
 }
 

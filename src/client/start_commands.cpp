@@ -69,7 +69,7 @@ int attachSession(Service& service, const std::optional<std::string>& name, cons
   const DetachKey key = DetachKey::named(detachKey);
   if (!LocalTerminal::isPresent())
     throw Trouble("Attaching needs a terminal. To follow the output without one: velotide read --follow " +
-                  name.value_or(""));
+                  name.value_or("SESSION"));
   const TerminalRuntimeSessionInfo session = name ? findSession(service, *name) : findRunningSession(service);
   refuseOwnSession(session.id);
   return attach(service, session, {key, false, true});

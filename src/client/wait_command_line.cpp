@@ -33,7 +33,8 @@ void WaitCommandLine::addWait(const Add& add) {
   command
       ->add_option("--after", wait.after, "Count what happened since this position, instead of from now on")
       ->type_name("CURSOR");
-  command->add_flag("--show-cursor", wait.showsCursor, "Print the position to standard error, for --after");
+  command->add_flag("--show-cursor", wait.showsCursor,
+                    "Print \"velotide: cursor POSITION\" to standard error, for --after");
   command->add_flag("--json", wait.asJson, "Print the result as one line of JSON, whatever it is");
   command->footer(
       "\nA command that has ended, and an agent that is in that state already, are an answer at once.\n"
@@ -42,7 +43,7 @@ void WaitCommandLine::addWait(const Add& add) {
       "Exit status: 0 it came about, 124 timed out, 4 the session is closed or the command or agent no "
       "longer "
       "there,\n"
-      "3 no service is running (any more), 1 otherwise; 130 when interrupted.\n"
+      "3 no service is running (any more), 1 otherwise; 128+n ended by signal n.\n"
       "Fields of a result: waitID, outcome, cursor (appEpoch, sequence), and by what was waited for event, "
       "agent,\n"
       "commandID and commandState, attention, revision.");
@@ -77,11 +78,10 @@ void WaitCommandLine::addExec(const Add& add) {
       ->type_name("SECONDS");
   command->add_flag("--force", exec.force, "Type also where the line does not look empty, discarding it");
   command->footer(
-      "\nThe command follows behind `--`. One word is text for the session's shell, pipes and all; several "
-      "are "
-      "a program\n"
-      "and its arguments, passed on as they are. Nothing is typed into a running program or a half-typed "
-      "line.\n"
+      "\nOne word is text for the session's shell, pipes and all; bash and zsh take a ! in it, outside of\n"
+      "single quotes, for history. Several words are a program and its arguments, passed on as they are.\n"
+      "The output is that of a terminal: it may be coloured, set in columns or wait in a pager, which\n"
+      "`| cat` and PAGER=cat prevent. Nothing is typed into a running program or a half-typed line.\n"
       "Exit status: the command's; else 120 the prompt is not free, 121 the shell does not report its "
       "commands, "
       "122\n"

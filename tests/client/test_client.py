@@ -297,6 +297,11 @@ class Failing(ClientCase):
         fails(b"stale", status=3)
         session = self.new("cat")
         fails(session[:8].encode(), verb="stop")  # its sessions hold the service
+        fails(b"--follow SESSION\n", 125, "attach")  # which needs a terminal
+        for verb, usage in (("run", b"] [--] COMMAND..."), ("exec", b"] SESSION -- COMMAND..."), ("close", b"]")):
+            told = self.call(verb, "--help")
+            self.assertIn(usage + b"\n", told)
+            self.assertEqual(verb == "exec", b"Exit status" in told)
         info = json.loads(self.call("show", session, "--json"))
         key = pathlib.Path(self.root, "ui-capability")
         full = Runtime()

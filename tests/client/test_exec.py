@@ -49,6 +49,7 @@ class Exec(ClientCase):
             self.execute("--", "true", status=120)  # while a command runs
             self.call("wait", session, "--last-command")
             self.execute("--", "echo 'open", status=125)  # a quote
+            self.assertIn(b"rejected the command, or it is not complete", self.errors)
             self.execute("--", r"printf '\033]777;Velotide;start=6c73\033\\'", status=122)
             self.call("wait", session, "--last-command")
             self.execute("--", "true")
