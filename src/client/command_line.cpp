@@ -22,9 +22,10 @@ constexpr const char* overview =
     "A session is named by its ID or any beginning of it that fits no other.";
 
 constexpr const char* overviewFooter =
-    "\nExit status: 0 done, 1 failed, 2 wrong usage, 3 no service is running. `new`, `attach`, `restart`\n"
-    "and `run` pass on the program's status; there 125 is a failure of their own, 126 a program that\n"
-    "cannot be executed, 127 one that was not found, 128+n the end by signal n.\n"
+    "\nExit status: 0 done (also --follow, ended by a signal), 1 failed, 2 wrong usage, 3 no service is\n"
+    "running. `new`, `attach`, `restart` and `run` pass on the program's status; there 125 is a failure\n"
+    "of their own, 126 a program that cannot be executed, 127 one that was not found, 128+n the end by\n"
+    "signal n.\n"
     "The service is found through --root, else VELOTIDE_ROOT, else XDG_RUNTIME_DIR/velotide, else\n"
     "~/.local/state/velotide; `new` and `run` start it when none answers there. NO_COLOR is honoured.";
 
