@@ -4,6 +4,7 @@
 #include <utility>
 
 #include "client/trouble.h"
+#include "events/event_log.h"
 
 namespace velotide::client {
 
@@ -12,8 +13,6 @@ namespace {
 constexpr Seconds pollPause = 0.5;
 // How long an answer may take before that is said.
 constexpr Seconds answerDeadline = 2;
-// How far back the service's log reaches.
-constexpr std::uint64_t heldEvents = 1024;
 
 // What a session prints, and where its window is, is not shown.
 bool isShown(TerminalSessionEventKind kind) {
@@ -130,7 +129,8 @@ void WatchFeed::takeEvents(const TerminalEventBatch& batch) {
   cursor_ = batch.nextCursor;
   isNews_ = isNews_ || isFirst;
   if (isFirst && !std::exchange(hasPast_, true) && cursor_->sequence > 0) {
-    cursor_->sequence -= std::min(cursor_->sequence, heldEvents);
+    constexpr std::uint64_t held = TerminalSessionEventStore::defaultCapacity;
+    cursor_->sequence -= std::min(cursor_->sequence, held);
     hasMore = true;
   }
   for (const TerminalSessionEvent& event : batch.events) {
