@@ -5,7 +5,7 @@
 #include <algorithm>
 #include <array>
 
-#include "client/signal_pipe.h"
+#include "client/printing.h"
 #include "client/trouble.h"
 
 namespace velotide::client {
@@ -13,6 +13,7 @@ namespace velotide::client {
 void follow(SessionLink& link, const std::function<bool()>& hasEnough,
             const std::function<void()>& beforeStop) {
   SignalPipe signals({SIGINT, SIGTERM, SIGHUP, SIGQUIT, SIGTSTP});
+  const PrintingUntilSignal printing(signals);
   link.open(signals.descriptor());
   while (!hasEnough()) {
     if (link.ending()) {

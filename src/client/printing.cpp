@@ -1,28 +1,64 @@
 #include "client/printing.h"
 
 #include <errno.h>
+#include <limits.h>
 #include <poll.h>
 #include <time.h>
 #include <unistd.h>
 
 #include <algorithm>
+#include <array>
 
 #include "client/notices.h"
 #include "client/trouble.h"
 
 namespace velotide::client {
 
+namespace {
+
+// How long who reads may rest once a signal asks to end: what is printed is not cut off for a slow one.
+constexpr Seconds lastPatience = 1;
+
+SignalPipe* interrupting = nullptr;
+
+void obeySignals() {
+  for (const int signal : interrupting->take()) {
+    if (signal != SIGTSTP)
+      throw Trouble("Told to end while nobody read what is printed: the end of it may be missing.");
+    ::kill(::getpid(), SIGSTOP);
+  }
+}
+
+void awaitRoom() {
+  std::array<pollfd, 2> entries = {
+      {{STDOUT_FILENO, POLLOUT, 0}, {interrupting ? interrupting->descriptor() : -1, POLLIN, 0}}};
+  while (entries[0].revents == 0) {
+    const bool isAny = ::poll(entries.data(), entries.size(), -1) > 0;
+    if (!isAny || entries[0].revents != 0) continue;
+    if (waitFor(STDOUT_FILENO, POLLOUT, lastPatience)) return;
+    obeySignals();
+  }
+}
+
+}  // namespace
+
 void print(ByteView bytes) {
   while (!bytes.empty()) {
-    const ssize_t written = ::write(STDOUT_FILENO, bytes.data(), bytes.size());
+    // More may not find room where there is some.
+    const std::size_t most = interrupting ? PIPE_BUF : bytes.size();
+    if (interrupting) awaitRoom();
+    const ssize_t written = ::write(STDOUT_FILENO, bytes.data(), std::min(bytes.size(), most));
     if (written > 0)
       bytes = bytes.subspan(static_cast<std::size_t>(written));
     else if (written < 0 && errno == EAGAIN)
-      waitFor(STDOUT_FILENO, POLLOUT, 1);
+      awaitRoom();
     else if (written == 0 || errno != EINTR)
       throw Trouble("Standard output takes no more. Check what it is redirected to.");
   }
 }
+
+PrintingUntilSignal::PrintingUntilSignal(SignalPipe& signals) { interrupting = &signals; }
+PrintingUntilSignal::~PrintingUntilSignal() { interrupting = nullptr; }
 
 void printTable(const std::vector<std::string>& heading, const std::vector<std::vector<std::string>>& rows) {
   std::vector<std::size_t> widths;

@@ -6,6 +6,7 @@
 
 #include "base/bytes.h"
 #include "base/record.h"
+#include "client/signal_pipe.h"
 
 // Results on standard output.
 namespace velotide::client {
@@ -13,6 +14,17 @@ namespace velotide::client {
 // Writes all of it; throws Trouble when standard output takes no more.
 void print(ByteView bytes);
 inline void print(std::string_view text) { print(bytesOf(text)); }
+
+// While it lives, print() throws Trouble where nobody reads standard output and a signal asks to end. One
+// at a time in a process.
+class PrintingUntilSignal {
+ public:
+  // `signals` must outlive it.
+  explicit PrintingUntilSignal(SignalPipe& signals);
+  ~PrintingUntilSignal();
+  PrintingUntilSignal(const PrintingUntilSignal&) = delete;
+  PrintingUntilSignal& operator=(const PrintingUntilSignal&) = delete;
+};
 
 // One record, one line of JSON.
 template <Record T>

@@ -18,6 +18,10 @@ from runtime_process import Client, Runtime, UNMEASURED
 DETACH = b"\x1c"
 
 
+def is_nearly_full(pipe):
+    return int.from_bytes(fcntl.ioctl(pipe, termios.FIONREAD, bytes(4)), sys.byteorder) > 60000
+
+
 class Attaching(ClientCase):
     def attach(self, session, marker=b"ready"):
         terminal = self.terminal("attach", session)
@@ -229,11 +233,18 @@ class Listing(ClientCase):
         os.set_blocking(writing, False)
         with subprocess.Popen([VELOTIDE, "read", session], env=self.environment, stdout=writing) as client:
             os.close(writing)
-            wait_until(lambda: int.from_bytes(fcntl.ioctl(reading, termios.FIONREAD, bytes(4)), sys.byteorder) > 60000
-                       or client.poll(), "a full pipe")
+            wait_until(lambda: is_nearly_full(reading) or client.poll(), "a full pipe")
             with open(reading, "rb") as pipe:
                 self.assertTrue(pipe.read().endswith(b"\n40000\r\n"))
         self.assertEqual(0, client.returncode)
+
+    def test_a_signal_ends_those_who_follow_also_when_nobody_reads(self):
+        session = self.new("sh", "-c", "while echo aaaaaaaaaaaaaaaa; do :; done")
+        for words in (["read", "-f", session],):
+            following = self.start(*words, stderr=subprocess.DEVNULL)
+            wait_until(lambda: is_nearly_full(following.stdout), "a full pipe")
+            following.send_signal(signal.SIGTERM)
+            self.assertIn(following.wait(20), (0, 1), words)
 
     def test_following_goes_on_with_the_program_that_took_the_place(self):
         session = self.new("sh", "-c", "printf one; read x")
