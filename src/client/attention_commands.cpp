@@ -7,6 +7,7 @@
 #include "client/printing.h"
 #include "client/session_names.h"
 #include "client/trouble.h"
+#include "events/attention_store.h"
 
 namespace velotide::client {
 
@@ -60,30 +61,85 @@ void printItems(const Items& items, bool asJson) {
   if (!asJson) printTable({"ITEM", "SESSION", "KIND", "SINCE", "DETAIL"}, rows);
 }
 
-void printChange(const TerminalAttentionItem& item, TerminalSessionEventKind kind, bool asJson) {
-  if (asJson) return printJson(item);
+// What was told of the items, and how they change. Bounded: beyond what the service holds they are looked at
+// anew.
+class ItemChanges {
+ public:
+  ItemChanges(Service& service, Items told, bool asJson)
+      : service_(service), asJson_(asJson), told_(std::move(told)) {}
+
+  bool isFull() const { return told_.size() > TerminalAttentionStore::capacity; }
+  // Tells the change that an event carries, if it does.
+  void take(const TerminalSessionEvent& event);
+  // Tells how the active items differ from what was told, for changes whose events were dropped. Answers
+  // where the event log stood then.
+  TerminalEventCursor compare();
+
+ private:
+  void tell(const TerminalAttentionItem& item, TerminalSessionEventKind kind, Date when) const;
+
+  Service& service_;
+  const bool asJson_;
+  Items told_;
+};
+
+const TerminalAttentionItem* findItem(const Items& items, const Uuid& id) {
+  const auto found = std::ranges::find(items, id, &TerminalAttentionItem::id);
+  return found == items.end() ? nullptr : &*found;
+}
+
+void ItemChanges::tell(const TerminalAttentionItem& item, TerminalSessionEventKind kind, Date when) const {
+  if (asJson_) return printJson(item);
   const std::string_view change = kind == TerminalSessionEventKind::attentionCreated   ? "created"
                                   : kind == TerminalSessionEventKind::attentionUpdated ? "updated"
                                                                                        : "resolved";
-  std::string line = localTime(item.resolvedAt.value_or(item.readAt.value_or(item.createdAt))) + "  ";
-  line += shortName(item.id) + "  " + shortName(item.tabID) + "  " + std::string(rawWord(item.kind)) + " ";
-  line += std::string(change);
+  std::string line = localTime(when) + "  " + shortName(item.id) + "  " + shortName(item.tabID) + "  ";
+  line += std::string(rawWord(item.kind)) + " " + std::string(change);
   if (const std::string detail = detailOf(item); !detail.empty()) line += " (" + detail + ")";
   print(line + "\n");
 }
 
-// Every change from `begin` on. When changes were dropped before they were read, the items are told anew.
-void followChanges(Service& service, const TerminalEventCursor& begin, bool asJson) {
-  const SignalPipe signals({SIGINT, SIGTERM, SIGHUP});
-  EventStream stream(service, begin);
+void ItemChanges::take(const TerminalSessionEvent& event) {
+  if (!event.attention) return;
+  tell(*event.attention, event.kind, event.occurredAt);
+  std::erase_if(told_, [&](const TerminalAttentionItem& item) { return item.id == event.attention->id; });
+  if (!event.attention->resolvedAt) told_.push_back(*event.attention);
+}
+
+TerminalEventCursor ItemChanges::compare() {
+  ActiveItems active = activeItems(service_);
+  const Date now = SystemClock().date();
+  for (TerminalAttentionItem& item : told_) {
+    if (findItem(active.items, item.id)) continue;
+    item.resolvedAt = now;
+    tell(item, TerminalSessionEventKind::attentionResolved, now);
+  }
+  for (const TerminalAttentionItem& item : active.items) {
+    const TerminalAttentionItem* told = findItem(told_, item.id);
+    if (!told)
+      tell(item, TerminalSessionEventKind::attentionCreated, item.createdAt);
+    else if (told->version != item.version)
+      tell(item, TerminalSessionEventKind::attentionUpdated, now);
+  }
+  told_ = std::move(active.items);
+  return active.head;
+}
+
+void followChanges(Service& service, ActiveItems told, bool asJson) {
+  SignalPipe signals({SIGINT, SIGTERM, SIGHUP});
+  const PrintingUntilSignal printing(signals);
+  // Without a beginning that is held to: what is dropped before the first read is looked for as any later.
+  EventStream stream(service, std::nullopt);
+  stream.goOnBehind(told.head);
+  ItemChanges changes(service, std::move(told.items), asJson);
   do {
-    for (std::vector<TerminalSessionEvent> events = stream.read(); !events.empty(); events = stream.read()) {
-      if (stream.takeMissed() > 0) printItems(activeItems(service).items, asJson);
-      for (const TerminalSessionEvent& event : events) {
-        if (event.attention) printChange(*event.attention, event.kind, asJson);
-      }
+    const std::vector<TerminalSessionEvent> events = stream.read();
+    if (stream.takeMissed() > 0 || changes.isFull()) {
+      stream.goOnBehind(changes.compare());
+    } else {
+      for (const TerminalSessionEvent& event : events) changes.take(event);
     }
-  } while (EventStream::pause(signals));
+  } while (stream.pause(signals));
 }
 
 const TerminalAttentionItem& resolveItem(std::string_view name, const Items& items) {
@@ -160,7 +216,7 @@ int listAttention(Service& service, const AttentionOptions& options) {
   const ActiveItems active = activeItems(service);
   if (!options.follows && options.asJson && active.items.empty()) print("[]\n");
   printItems(active.items, options.asJson);
-  if (options.follows) followChanges(service, active.head, options.asJson);
+  if (options.follows) followChanges(service, active, options.asJson);
   return ExitStatus::success;
 }
 

@@ -8,7 +8,6 @@
 #include "client/printing.h"
 #include "client/session_names.h"
 #include "client/trouble.h"
-#include "events/event_log.h"
 
 namespace velotide::client {
 
@@ -50,16 +49,12 @@ void addTime(std::vector<KnownCommand>& commands, const TerminalSessionEvent& ev
   if (event.kind == TerminalSessionEventKind::commandFinished) command->endedAt = event.occurredAt;
 }
 
-// The events' times for commands that are known by their marks alone. All that the log holds is read once,
-// and not what is added meanwhile: that may be without end.
+// The events' times for commands that are known by their marks alone.
 void addTimes(Service& service, std::vector<KnownCommand>& commands) {
   EventStream stream(service, std::nullopt);
-  for (std::size_t seen = 0; seen < TerminalSessionEventStore::defaultCapacity;) {
-    const std::vector<TerminalSessionEvent> events = stream.read();
-    if (events.empty()) return;
-    for (const TerminalSessionEvent& event : events) addTime(commands, event);
-    seen += events.size();
-  }
+  do {
+    for (const TerminalSessionEvent& event : stream.read()) addTime(commands, event);
+  } while (!stream.isThrough());
 }
 
 // Commands on their way to standard output.

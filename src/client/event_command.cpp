@@ -38,31 +38,36 @@ std::optional<TerminalEventCursor> beginning(const std::string& text) {
   return cursor;
 }
 
-// Prints what there is. False when there was nothing.
-bool printWaiting(EventStream& stream, const Notices& notices, bool asJson) {
+// Prints what comes next. False when there was nothing.
+bool printNext(EventStream& stream, const Notices& notices, bool asJson) {
+  const std::vector<TerminalSessionEvent> events = stream.read();
+  if (const std::uint64_t missed = stream.takeMissed(); missed > 0)
+    notices.error(std::to_string(missed) + " events came faster than they were read and were dropped.");
+  for (const TerminalSessionEvent& event : events) printEvent(event, asJson);
+  return !events.empty();
+}
+
+void followEvents(EventStream& stream, const Notices& notices, bool asJson) {
+  SignalPipe signals({SIGINT, SIGTERM, SIGHUP});
+  const PrintingUntilSignal printing(signals);
+  do {
+    printNext(stream, notices, asJson);
+  } while (stream.pause(signals));
+}
+
+void printHeld(EventStream& stream, const Notices& notices, bool asJson) {
   bool isAny = false;
-  for (;;) {
-    const std::vector<TerminalSessionEvent> events = stream.read();
-    if (const std::uint64_t missed = stream.takeMissed(); missed > 0)
-      notices.error(std::to_string(missed) + " events came faster than they were read and were dropped.");
-    for (const TerminalSessionEvent& event : events) printEvent(event, asJson);
-    if (events.empty()) return isAny;
-    isAny = true;
-  }
+  do {
+    isAny = printNext(stream, notices, asJson) || isAny;
+  } while (!stream.isThrough());
+  if (asJson && !isAny) print("[]\n");
 }
 
 }  // namespace
 
 int readEvents(Service& service, const EventOptions& options) {
   EventStream stream(service, beginning(options.after));
-  if (options.follows) {
-    const SignalPipe signals({SIGINT, SIGTERM, SIGHUP});
-    do {
-      printWaiting(stream, service.notices(), options.asJson);
-    } while (EventStream::pause(signals));
-  } else if (!printWaiting(stream, service.notices(), options.asJson) && options.asJson) {
-    print("[]\n");
-  }
+  (options.follows ? followEvents : printHeld)(stream, service.notices(), options.asJson);
   if (options.showsCursor) service.notices().error("cursor " + cursorText(stream.cursor()));
   return ExitStatus::success;
 }

@@ -46,21 +46,26 @@ EventStream::EventStream(Service& service, std::optional<TerminalEventCursor> af
   cursor_.appEpoch = response.eventHead.value().appEpoch;
 }
 
+void EventStream::goOnBehind(const TerminalEventCursor& cursor) {
+  cursor_ = cursor;
+  end_ = cursor.sequence;
+}
+
 std::vector<TerminalSessionEvent> EventStream::read() {
-  const bool isBeginning = cursor_.sequence == 0 && !isGiven_;
+  const bool isBeginning = !end_;
+  const bool maySkip = !isBeginning || !isGiven_;
   TerminalRuntimeResponse response = ask();
-  for (int attempt = 0; response.error == "cursor_expired" && !isGiven_ && attempt < skipAttempts;
-       ++attempt) {
+  for (int attempt = 0; response.error == "cursor_expired" && maySkip && attempt < skipAttempts; ++attempt) {
     skipToHeld(response.eventHead.value(), skipMargin * static_cast<std::uint64_t>(attempt));
     response = ask();
   }
-  if (isBeginning) missed_ = 0;
-  if (response.error == "future_cursor")
-    throw Trouble("No event has that number yet; the newest is " + cursorText(response.eventHead.value()) +
-                  ". Leave --after out to read what is held.");
-  if (!response.ok) throw Trouble(explain(response.error.value_or("")));
-  isGiven_ = false;
+  if (!response.ok) fail(response);
+  if (isBeginning) {
+    end_ = response.eventHead.value().sequence;
+    missed_ = 0;
+  }
   cursor_ = response.events.value().nextCursor;
+  wasEmpty_ = response.events->events.empty();
   return std::move(response.events->events);
 }
 
@@ -71,6 +76,16 @@ TerminalRuntimeResponse EventStream::ask() {
   return service_.ask(request);
 }
 
+void EventStream::fail(const TerminalRuntimeResponse& response) const {
+  const std::string word = response.error.value_or("");
+  if (word == "future_cursor")
+    throw Trouble("No event has that number yet; the newest is " + cursorText(response.eventHead.value()) +
+                  ". Leave --after out to read what is held.");
+  if (word == "app_restarted" && !isGiven_)
+    throw Trouble("The service was restarted, and its events began anew. Start again.");
+  throw Trouble(explain(word));
+}
+
 void EventStream::skipToHeld(const TerminalEventCursor& head, std::uint64_t margin) {
   constexpr std::uint64_t held = TerminalSessionEventStore::defaultCapacity;
   const std::uint64_t oldest = head.sequence > held ? head.sequence - held : 0;
@@ -78,8 +93,8 @@ void EventStream::skipToHeld(const TerminalEventCursor& head, std::uint64_t marg
   cursor_.sequence = oldest + margin;
 }
 
-bool EventStream::pause(const SignalPipe& signals) {
-  return !waitFor(signals.descriptor(), POLLIN, followInterval);
+bool EventStream::pause(const SignalPipe& signals) const {
+  return !waitFor(signals.descriptor(), POLLIN, wasEmpty_ ? followInterval : 0);
 }
 
 }  // namespace velotide::client

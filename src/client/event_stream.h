@@ -23,6 +23,10 @@ class EventStream {
   EventStream(Service& service, std::optional<TerminalEventCursor> after);
 
   const TerminalEventCursor& cursor() const { return cursor_; }
+  // Goes on behind another cursor; what is no longer held there was dropped.
+  void goOnBehind(const TerminalEventCursor& cursor);
+  // Whether all was read that was there at the first read: what is added meanwhile may be without end.
+  bool isThrough() const { return end_ && cursor_.sequence >= *end_; }
   // Events that were dropped before they were read; they are counted once.
   std::uint64_t takeMissed() { return std::exchange(missed_, 0); }
 
@@ -31,17 +35,21 @@ class EventStream {
   // or not yet, one of the log's.
   std::vector<TerminalSessionEvent> read();
 
-  // Waits for more. False when a signal asks to end.
-  static bool pause(const SignalPipe& signals);
+  // Waits for more once a read brought nothing. False when a signal asks to end.
+  bool pause(const SignalPipe& signals) const;
 
  private:
   TerminalRuntimeResponse ask();
+  [[noreturn]] void fail(const TerminalRuntimeResponse& response) const;
   void skipToHeld(const TerminalEventCursor& head, std::uint64_t margin);
 
   Service& service_;
   TerminalEventCursor cursor_;
   // Whether the beginning is the caller's, to be held to exactly.
-  bool isGiven_;
+  const bool isGiven_;
+  // Where the log stood at the first read.
+  std::optional<std::uint64_t> end_;
+  bool wasEmpty_ = false;
   std::uint64_t missed_ = 0;
 };
 

@@ -6,6 +6,8 @@ import json
 import os
 import pathlib
 import shutil
+import signal
+import socket
 import subprocess
 
 from client_case import VELOTIDE, ClientCase, process
@@ -243,10 +245,10 @@ class Reports(AgentCase):
 
 class Views(AgentCase):
     def follow(self, *words):
-        following = self.start(*words, "--follow", "--json")
-        self.addCleanup(following.communicate)
-        self.addCleanup(following.kill)
-        return map(json.loads, following.stdout)
+        self.following = self.start(*words, "--follow", "--json")
+        self.addCleanup(self.following.communicate)
+        self.addCleanup(self.following.kill)
+        return map(json.loads, self.following.stdout)
 
     def test_attention_is_followed_and_acknowledged_by_item_and_session(self):
         changes = self.follow("attention")
@@ -267,6 +269,15 @@ class Views(AgentCase):
         for words, status in [(["ack"], 2), (["ack", item["id"]], 1)]:
             self.assertEqual(status, self.velotide(*words)[0])
 
+    def test_a_change_is_told_with_its_own_time(self):
+        following = self.start("attention", "--follow")
+        following.stdout.readline()
+        self.client.create("printf '\\a'; sleep 1.1; printf '\\a'; exec cat")
+        created, updated = (following.stdout.readline()[:19] for _ in range(2))
+        following.send_signal(signal.SIGTERM)
+        self.assertLess(created, updated)
+        self.assertEqual((0, "", ""), self.finish(following))
+
     def test_events_go_on_behind_a_cursor_and_its_failures_are_told_apart(self):
         shown = self.follow("events")
         self.agent("bind", "claude")
@@ -284,3 +295,88 @@ class Views(AgentCase):
             self.assertEqual((status, ""), done[:2])
             self.assertIn(says, done[2])
         self.assertEqual(1024, len(self.lines("events")))
+        self.following.send_signal(signal.SIGSTOP)
+        self.runtime.kill()
+        self.runtime.start()
+        self.following.send_signal(signal.SIGCONT)
+        self.assertIn("Start again", self.following.communicate(timeout=process.DEADLINE)[1])
+
+
+class Floods(ClientCase):
+    """The client's requests pass through the test, which decides what happens between them."""
+
+    def relay(self, *words):
+        """The client, and what passes its next request on, if it has one."""
+        root = self.runtime.directory + "/" + "".join(words)
+        os.mkdir(root, 0o700)
+        shutil.copy(self.runtime.root + "/ui-capability", root)
+        with socket.socket(socket.AF_UNIX) as listener:
+            listener.bind(root + "/runtime.sock")
+            listener.listen()
+            client = self.start(*words, root=root)
+            connection = listener.accept()[0]
+        connection.settimeout(process.DEADLINE)
+        self.addCleanup(connection.close)
+        requests = connection.makefile("rb")
+
+        def pass_on():
+            if request := requests.readline():
+                self.client.send(request)
+                connection.sendall(self.client.frame().raw + b"\n")
+            return request
+        return client, pass_on
+
+    def happen(self, count):
+        for kind in ("claude", "codex") * (count // 2):
+            self.accept(self.session.request("bindAgent", agentKind=kind))
+
+    def end(self, client, pass_on):
+        client.send_signal(signal.SIGTERM)
+        while pass_on():
+            pass
+        return self.finish(client)
+
+    def test_nobody_is_kept_by_what_happens_without_end(self):
+        self.session = self.client.create("exec cat")
+        for words, sent, count in ((["events", "-f"], signal.SIGINT, 2), (["attention", "-f"], signal.SIGTERM, 2),
+                                   (["events"], 0, 300)):
+            client, pass_on = self.relay(*words)
+            for passed in range(9):
+                self.happen(count)
+                client.send_signal(sent if passed == 4 else 0)
+                if not pass_on():
+                    break
+            self.assertEqual(0, self.finish(client)[0], words)
+
+    def test_dropped_events_are_counted_also_of_a_log_that_was_empty(self):
+        client, pass_on = self.relay("events", "-f")
+        for _ in range(2):
+            pass_on()
+        self.session = self.client.create("exec cat")
+        self.happen(1100)
+        for _ in range(2):
+            pass_on()
+        self.assertRegex(self.end(client, pass_on)[2], " [0-9]+ events came faster")
+
+    def bells(self, *versions):
+        """The items by session, once they have these versions."""
+        def items():
+            found = {item["tabID"]: item for item in self.client.request("listAttention")["attention"]}
+            return sorted(item["version"] for item in found.values()) == sorted(versions) and found
+        return process.wait_until(items, "the bells")
+
+    def test_of_changes_that_were_dropped_the_sum_is_told(self):
+        kept, rings, seen = (self.client.create("printf '\\a'; read x; printf '\\a'; exec cat") for _ in range(3))
+        item = self.bells(1, 1, 1)[seen.info["id"]]
+        client, pass_on = self.relay("attention", "-f", "--json")
+        pass_on()
+        self.accept(seen.request("acknowledgeAttention", attentionID=item["id"], attentionVersion=1))
+        rings.input(b"\n")
+        new = self.client.create("printf '\\a'; exec cat")
+        self.bells(1, 1, 2)
+        self.session = kept
+        self.happen(1100)
+        pass_on()
+        told = [json.loads(line) for line in self.end(client, pass_on)[1].splitlines()[3:]]
+        self.assertEqual([(seen.info["id"], 1, True), (rings.info["id"], 2, False), (new.info["id"], 1, False)],
+                         [(item["tabID"], item["version"], "resolvedAt" in item) for item in told])

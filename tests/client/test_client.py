@@ -240,7 +240,7 @@ class Listing(ClientCase):
 
     def test_a_signal_ends_those_who_follow_also_when_nobody_reads(self):
         session = self.new("sh", "-c", "while echo aaaaaaaaaaaaaaaa; do :; done")
-        for words in (["read", "-f", session],):
+        for words in (["read", "-f", session], ["events", "-f"]):
             following = self.start(*words, stderr=subprocess.DEVNULL)
             wait_until(lambda: is_nearly_full(following.stdout), "a full pipe")
             following.send_signal(signal.SIGTERM)
