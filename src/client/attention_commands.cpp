@@ -15,6 +15,8 @@ namespace {
 
 using Items = std::vector<TerminalAttentionItem>;
 
+constexpr int acknowledgeAttempts = 8;
+
 // One line of `agents --json`.
 struct AgentLine {
   Uuid session;
@@ -146,7 +148,7 @@ const TerminalAttentionItem& resolveItem(std::string_view name, const Items& ite
   const std::vector<const TerminalAttentionItem*> found = namedBy(name, items);
   if (found.size() > 1) throw Trouble(std::string(name) + " fits several items. Give more of the name.");
   if (found.empty())
-    throw Trouble("No active item is named " + std::string(name) +
+    throw Trouble("No active item is named " + (name.empty() ? "\"\"" : std::string(name)) +
                   ". `velotide attention` shows those there are.");
   return *found.front();
 }
@@ -154,7 +156,7 @@ const TerminalAttentionItem& resolveItem(std::string_view name, const Items& ite
 Items chosenItems(Service& service, const AcknowledgeOptions& options) {
   const Items items = activeItems(service).items;
   std::optional<Uuid> session;
-  if (!options.session.empty()) session = findSession(service, options.session).id;
+  if (options.session) session = findSession(service, *options.session).id;
   std::vector<Uuid> named;
   for (const std::string& name : options.items) named.push_back(resolveItem(name, items).id);
   Items chosen;
@@ -172,23 +174,23 @@ std::string acknowledgeVersion(Service& service, const TerminalAttentionItem& it
   return service.ask(request).error.value_or("");
 }
 
-// An item that changed between the look at it and the acknowledgement is looked at once more.
-void acknowledgeItem(Service& service, const TerminalAttentionItem& item) {
+// The word of a refusal, or nothing. An item that changed between the look at it and the acknowledgement is
+// looked at again, but not for ever: a session may ring without end.
+std::string acknowledgeItem(Service& service, TerminalAttentionItem item) {
+  const std::int64_t seen = item.version;
   std::string error = acknowledgeVersion(service, item);
-  if (error == "staleVersion") {
+  for (int attempt = 1; error == "staleVersion" && attempt < acknowledgeAttempts; ++attempt) {
     const Items items = activeItems(service).items;
-    const auto current = std::ranges::find(items, item.id, &TerminalAttentionItem::id);
-    if (current != items.end()) {
-      service.notices().note("item " + shortName(item.id) + " changed meanwhile: acknowledging version " +
-                             std::to_string(current->version));
-      error = acknowledgeVersion(service, *current);
-    } else {
-      error = "notFound";
-    }
+    const TerminalAttentionItem* current = findItem(items, item.id);
+    if (current) item = *current;
+    error = current ? acknowledgeVersion(service, item) : "notFound";
   }
-  if (error == "notFound")
-    return service.notices().note("item " + shortName(item.id) + " is already resolved");
-  if (!error.empty()) throw Trouble(explain(error));
+  if (error.empty() && item.version != seen)
+    service.notices().note("item " + shortName(item.id) + " changed meanwhile: acknowledged version " +
+                           std::to_string(item.version));
+  if (error != "notFound") return error;
+  service.notices().note("item " + shortName(item.id) + " is already resolved");
+  return "";
 }
 
 }  // namespace
@@ -221,9 +223,14 @@ int listAttention(Service& service, const AttentionOptions& options) {
 }
 
 int acknowledge(Service& service, const AcknowledgeOptions& options) {
-  if (options.items.empty() && options.session.empty() && !options.all)
+  if (options.items.empty() && !options.session && !options.all)
     throw Trouble("Name the items to acknowledge, or give --session or --all.", ExitStatus::usage);
-  for (const TerminalAttentionItem& item : chosenItems(service, options)) acknowledgeItem(service, item);
+  std::string refusal;
+  for (const TerminalAttentionItem& item : chosenItems(service, options)) {
+    const std::string word = acknowledgeItem(service, item);
+    if (refusal.empty()) refusal = word;
+  }
+  if (!refusal.empty()) throw Trouble(explain(refusal));
   return ExitStatus::success;
 }
 

@@ -51,7 +51,7 @@ struct AttentionOptions {
 
 struct AcknowledgeOptions {
   std::vector<std::string> items;
-  std::string session;
+  std::optional<std::string> session;
   bool all = false;
 };
 

@@ -266,8 +266,10 @@ class Views(AgentCase):
         self.assertEqual("completed", next(changes)["kind"])
         self.assertIn("resolvedAt", next(changes))
         self.assertEqual("[]\n", self.ask("attention", "--json"))
-        for words, status in [(["ack"], 2), (["ack", item["id"]], 1)]:
-            self.assertEqual(status, self.velotide(*words)[0])
+        for words, status, says in [([], 2, "Name the items"), ([item["id"]], 1, "No active item is named"),
+                                    ([""], 1, 'is named ""'), (["--session", "", item["id"]], 1, "No session is")]:
+            refused = self.velotide("ack", *words)
+            self.assertEqual((status, True), (refused[0], says in refused[2]), refused)
 
     def test_a_change_is_told_with_its_own_time(self):
         following = self.start("attention", "--follow")
@@ -364,6 +366,19 @@ class Floods(ClientCase):
             found = {item["tabID"]: item for item in self.client.request("listAttention")["attention"]}
             return sorted(item["version"] for item in found.values()) == sorted(versions) and found
         return process.wait_until(items, "the bells")
+
+    def test_an_item_that_keeps_changing_shields_no_other(self):
+        loud = self.client.create("while printf '\\a'; do read x; done")
+        self.bells(1)
+        self.client.create("printf '\\a'; exec cat")
+        self.bells(1, 1)
+        client, pass_on = self.relay("ack", "--all")
+        for version in range(2, 18):  # eight attempts
+            pass_on()
+            loud.input(b"\n")
+            self.bells(1, version)
+        self.assertTrue(pass_on())
+        self.assertEqual((1, {loud.info["id"]}), (self.finish(client)[0], set(self.bells(17))))
 
     def test_of_changes_that_were_dropped_the_sum_is_told(self):
         kept, rings, seen = (self.client.create("printf '\\a'; read x; printf '\\a'; exec cat") for _ in range(3))
