@@ -85,5 +85,5 @@ class Exec(ClientCase):
         for session in self.shells():
             self.execute("--", "true")
             self.start("send", session, "--as", "other", stdin=subprocess.PIPE)
-            wait_until(lambda: b"other" in self.call("ls"), "control")
+            wait_until(lambda: b"other" in self.call("show", session), "control")
             self.execute("--", "true", status=120)
