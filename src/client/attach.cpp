@@ -284,7 +284,7 @@ void refuseOwnSession(const Uuid& session) {
   const std::vector<Uuid> surrounding = surroundingSessions();
   if (std::find(surrounding.begin(), surrounding.end(), session) != surrounding.end())
     throw Trouble("This terminal is shown by that very session (" + shortName(session) +
-                  "). Detach first, then attach from outside.");
+                  "). Detach first, then try again from outside.");
 }
 
 }  // namespace velotide::client

@@ -1,7 +1,10 @@
+#include <unistd.h>
+
 #include <algorithm>
 #include <array>
 #include <charconv>
 
+#include "client/attach.h"
 #include "client/commands.h"
 #include "client/follow.h"
 #include "client/printing.h"
@@ -136,6 +139,8 @@ void printEnding(const SessionLink& link) {
 TerminalRuntimeOutputCursor readOn(Service& service, const TerminalRuntimeSessionInfo& session,
                                    std::optional<TerminalRuntimeOutputCursor> cursor, OutputPrinter& printer,
                                    bool asJson) {
+  // What is printed there would be output again, without end.
+  if (::isatty(STDOUT_FILENO) == 1) refuseOwnSession(session.id);
   SessionLink link(service, printer, session, cursor);
   const auto tellEnding = [&] {
     if (asJson && link.ending()) printEnding(link);

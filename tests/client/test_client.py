@@ -115,7 +115,8 @@ class Attaching(ClientCase):
     def test_a_session_is_not_attached_to_itself(self):
         terminal = self.terminal("new", "--detach-key", "none")
         terminal.expect(b"$ ")
-        terminal.type(f"{VELOTIDE} attach; echo status $?\r".encode(), b"that very session", b"status 125")
+        for words, status in (("read -f $VELOTIDE_SESSION", b"status 1\r"), ("attach", b"status 125")):
+            terminal.type(f"{VELOTIDE} {words}; echo status $?\r".encode(), b"that very session", status)
         terminal.type(f"{VELOTIDE} attach ''\r".encode(), b"named \"\"")
         terminal.type(f"{VELOTIDE} new -d -- sh -c '{VELOTIDE} attach $VELOTIDE_OUTER_SESSIONS </dev/tty'\r".encode())
         wait_until(lambda: any(b"that very session" in self.call("read", session)
