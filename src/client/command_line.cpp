@@ -275,13 +275,13 @@ void CommandLine::addSend() {
   send->add_flag("-e,--enter", send_.pressesEnter, "Press Enter behind it");
   send->add_option("-k,--key", send_.keys, "Press a key behind the text (again for more)")
       ->type_name("KEY")
-      ->expected(1);
+      ->allow_extra_args(false);
   send->add_option("--as", owner_, "Type as this agent: take control, and release it unless held before")
       ->type_name("OWNER");
   send->footer(
-      "\nKeys: ctrl-c and the like, enter, tab, escape, space, backspace, delete, insert, up, down, left, "
-      "right, home,\n"
-      "end, pageup, pagedown, or one character. Keys are pressed once the program took the text.");
+      "\nKeys: ctrl-c and alt-x and the like, enter, tab, shift-tab, escape, space, backspace, delete,\n"
+      "insert, up, down, left, right, home, end, pageup, pagedown, f1 to f12, or one character. They are\n"
+      "pressed once the program took the text.");
 }
 
 void CommandLine::addSessionChanges() {

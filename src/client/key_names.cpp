@@ -13,21 +13,13 @@ namespace velotide::client {
 namespace {
 
 constexpr auto keys = std::to_array<std::pair<std::string_view, std::string_view>>({
-    {"enter", "\r"},
-    {"tab", "\t"},
-    {"escape", "\x1b"},
-    {"space", " "},
-    {"backspace", "\x7f"},
-    {"delete", "\x1b[3~"},
-    {"insert", "\x1b[2~"},
-    {"up", "\x1b[A"},
-    {"down", "\x1b[B"},
-    {"right", "\x1b[C"},
-    {"left", "\x1b[D"},
-    {"home", "\x1b[H"},
-    {"end", "\x1b[F"},
-    {"pageup", "\x1b[5~"},
-    {"pagedown", "\x1b[6~"},
+    {"enter", "\r"},    {"tab", "\t"},         {"shift-tab", "\x1b[Z"}, {"escape", "\x1b"},
+    {"space", " "},     {"backspace", "\x7f"}, {"delete", "\x1b[3~"},   {"insert", "\x1b[2~"},
+    {"up", "\x1b[A"},   {"down", "\x1b[B"},    {"right", "\x1b[C"},     {"left", "\x1b[D"},
+    {"home", "\x1b[H"}, {"end", "\x1b[F"},     {"pageup", "\x1b[5~"},   {"pagedown", "\x1b[6~"},
+    {"f1", "\x1bOP"},   {"f2", "\x1bOQ"},      {"f3", "\x1bOR"},        {"f4", "\x1bOS"},
+    {"f5", "\x1b[15~"}, {"f6", "\x1b[17~"},    {"f7", "\x1b[18~"},      {"f8", "\x1b[19~"},
+    {"f9", "\x1b[20~"}, {"f10", "\x1b[21~"},   {"f11", "\x1b[23~"},     {"f12", "\x1b[24~"},
 });
 
 std::string lowerCase(std::string_view text) {
@@ -51,12 +43,25 @@ std::optional<char> controlByte(std::string_view name) {
 
 std::optional<std::string> bytesOfKey(std::string_view name) {
   if (const std::optional<char> byte = controlByte(name)) return std::string(1, *byte);
+  if (lowerCase(name).starts_with("alt-")) {
+    // The keys that send a sequence of their own have another one with Alt.
+    const std::optional<std::string> key = bytesOfKey(name.substr(4));
+    return key && !key->starts_with('\x1b') ? std::optional("\x1b" + *key) : std::nullopt;
+  }
   for (const auto& [known, bytes] : keys) {
     if (known == lowerCase(name)) return std::string(bytes);
   }
   std::string_view behind = name;
   if (!behind.empty()) takeFirstScalar(behind);
   return !name.empty() && behind.empty() ? std::optional(std::string(name)) : std::nullopt;
+}
+
+std::string applicationForm(std::string key) {
+  constexpr std::string_view cursorKeys = "ABCDHF";
+  const bool isCursorKey =
+      key.size() == 3 && key.starts_with("\x1b[") && cursorKeys.find(key.back()) != std::string_view::npos;
+  if (isCursorKey) key[1] = 'O';
+  return key;
 }
 
 DetachKey DetachKey::named(std::string_view name) {

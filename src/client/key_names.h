@@ -6,9 +6,14 @@
 
 namespace velotide::client {
 
-// What pressing a key sends: "ctrl-c" (also "^C", "C-c"), "enter", "tab", "escape", "space", "backspace",
-// "delete", "insert", "up", "down", "left", "right", "home", "end", "pageup", "pagedown", or one character.
+// What pressing a key sends: "ctrl-c" (also "^C", "C-c"), "alt-x", "enter", "tab", "shift-tab", "escape",
+// "space", "backspace", "delete", "insert", "up", "down", "left", "right", "home", "end", "pageup",
+// "pagedown", "f1" to "f12", or one character.
 std::optional<std::string> bytesOfKey(std::string_view name);
+
+// What the same key sends to a program that asked for the cursor keys' application form (mode ?1); it may not
+// know them otherwise.
+std::string applicationForm(std::string key);
 
 // The one key that leaves an attached session, told apart from what goes to the program.
 class DetachKey {

@@ -1,13 +1,16 @@
 #include <poll.h>
 #include <unistd.h>
 
+#include <algorithm>
 #include <array>
 
 #include "client/commands.h"
 #include "client/key_names.h"
 #include "client/session_input.h"
+#include "client/session_journal.h"
 #include "client/session_names.h"
 #include "client/signal_pipe.h"
+#include "client/terminal_modes.h"
 #include "client/trouble.h"
 
 namespace velotide::client {
@@ -124,21 +127,39 @@ void sendStandardInput(Service& service, SessionInput& input, std::optional<Leas
   }
 }
 
-std::string keysOf(const SendOptions& options) {
-  std::string bytes;
+std::vector<std::string> keysOf(const SendOptions& options) {
+  std::vector<std::string> keys;
   for (const std::string& name : options.keys) {
     const std::optional<std::string> key = bytesOfKey(name);
     if (!key)
       throw Trouble("No key is named " + name + ". `velotide send --help` lists them.", ExitStatus::usage);
-    bytes += *key;
+    keys.push_back(*key);
   }
-  return options.pressesEnter ? bytes + "\r" : bytes;
+  if (options.pressesEnter) keys.emplace_back("\r");
+  return keys;
+}
+
+// As far as it shows in the output that is held.
+bool wantsApplicationKeys(Service& service, const TerminalRuntimeSessionInfo& session) {
+  TerminalModes modes;
+  readJournal(service, session, 0, [&](ByteView output, std::uint64_t) {
+    modes.observe(textOf(output));
+    return true;
+  });
+  return modes.hasApplicationKeys();
+}
+
+void addKeys(Service& service, SessionInput& input, const std::vector<std::string>& keys) {
+  const auto hasForms = [](const std::string& key) { return applicationForm(key) != key; };
+  const bool isApplication =
+      std::ranges::any_of(keys, hasForms) && wantsApplicationKeys(service, input.session());
+  for (const std::string& key : keys) add(input, isApplication ? applicationForm(key) : key);
 }
 
 }  // namespace
 
 int sendInput(Service& service, const SendOptions& options) {
-  const std::string keys = keysOf(options);
+  const std::vector<std::string> keys = keysOf(options);
   TerminalRuntimeSessionInfo session = findSession(service, options.session);
   if (!session.running) throw Trouble("The session's program has ended. Start it anew: velotide restart");
   std::optional<Lease> lease;
@@ -150,7 +171,7 @@ int sendInput(Service& service, const SendOptions& options) {
   add(input, text);
   deliver(service, input, lease);
   if (!text.empty() && (!keys.empty() || lease)) awaitReaction(service, input);
-  add(input, keys);
+  addKeys(service, input, keys);
   deliver(service, input, lease);
   if (!keys.empty() && lease) awaitReaction(service, input);
   return ExitStatus::success;

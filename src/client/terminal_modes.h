@@ -20,6 +20,7 @@ class TerminalModes {
   std::string switchOff() const;
   bool isOnAlternateScreen() const;
   bool isCursorHidden() const { return isChanged(25); }
+  bool hasApplicationKeys() const { return isChanged(1); }
   // Whether something may be written between what was observed and what comes.
   bool isBetweenSequences() const { return !scanner_.isInside(); }
 

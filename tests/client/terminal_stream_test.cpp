@@ -157,11 +157,12 @@ TEST(TypedInput, SeesTheDetachKeyInEveryFormButNotInAPaste) {
 }
 
 TEST(KeyNames, AreReadAsPeopleWriteThem) {
-  const std::pair<const char*, const char*> cases[] = {{"ctrl-c", "\x03"},  {"^C", "\x03"},  {"C-g", "\a"},
-                                                       {"ctrl+\\", "\x1c"}, {"Enter", "\r"}, {"up", "\x1b[A"},
-                                                       {"x", "x"},          {"é", "é"}};
+  const std::pair<const char*, const char*> cases[] = {
+      {"ctrl-c", "\x03"},     {"^C", "\x03"}, {"C-g", "\a"}, {"ctrl+\\", "\x1c"}, {"Enter", "\r"},
+      {"up", "\x1b[A"},       {"x", "x"},     {"é", "é"},    {"alt-X", "\x1bX"},  {"F1", "\x1bOP"},
+      {"Shift-Tab", "\x1b[Z"}};
   for (const auto& [name, bytes] : cases) EXPECT_EQ(bytes, bytesOfKey(name)) << name;
-  for (const char* name : {"ctrl-", "nokey"}) EXPECT_FALSE(bytesOfKey(name)) << name;
+  for (const char* name : {"ctrl-", "nokey", "alt-", "alt-up"}) EXPECT_FALSE(bytesOfKey(name)) << name;
   EXPECT_EQ("Ctrl-G", DetachKey::named("^g").name());
   for (const char* name : {"q", ""}) EXPECT_THROW(DetachKey::named(name), Trouble) << name;
 }

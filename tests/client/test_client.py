@@ -221,6 +221,10 @@ class Listing(ClientCase):
         for text in ("[a,b]", '["c", "d"]', "[ -f e ]", "[]"):
             self.call("send", session, text, "-e")
             self.wait_for_output(session, text.encode() + b"\r\n")
+        keys = self.new("sh", "-c", r"stty raw -echo; printf '\033[?1hready'; cat -v")
+        self.wait_for_output(keys, b"ready")
+        self.call("send", keys, "-k", "up", "-k", "F1")
+        self.wait_for_output(keys, b"^[OA^[OP")  # in the form that the program asked for
         for words, status in (("ls -- foo", 2), ("close --exited -- -x", 1), ("call list_attention -- foo", 2),
                               ("run echo [a,b] -- c", 0), (f"show -- {session}", 0), (f"close -- {session}", 0)):
             with self.subTest(words):
