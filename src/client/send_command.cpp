@@ -1,8 +1,10 @@
+#include <errno.h>
 #include <poll.h>
 #include <unistd.h>
 
 #include <algorithm>
 #include <array>
+#include <cstring>
 
 #include "client/commands.h"
 #include "client/key_names.h"
@@ -121,7 +123,11 @@ void sendStandardInput(Service& service, SessionInput& input, std::optional<Leas
     if (lease) lease->obeySignals();
     if (entries[0].revents == 0) continue;
     const ssize_t count = ::read(STDIN_FILENO, bytes, sizeof bytes);
-    if (count <= 0) return;
+    if (count < 0 && (errno == EAGAIN || errno == EINTR)) continue;
+    if (count < 0)
+      throw Trouble(std::string("Standard input cannot be read: ") + std::strerror(errno) +
+                    ". Check what it is redirected from.");
+    if (count == 0) return;
     add(input, {bytes, static_cast<std::size_t>(count)});
     deliver(service, input, lease);
   }
