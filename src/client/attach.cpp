@@ -56,6 +56,7 @@ class Attachment final : SessionLink::Observer {
   int pollTimeout() const;
   void readTyped();
   void addTyped(const std::vector<TypedInput::Piece>& pieces);
+  void claimSize();
   void takeSignals();
   void suspend();
   void resume();
@@ -92,6 +93,7 @@ int Attachment::run() {
   announce();
   signals_.emplace(std::vector{SIGWINCH, SIGTERM, SIGHUP, SIGINT, SIGQUIT, SIGTSTP, SIGCONT, SIGPIPE});
   screen_.take();
+  if (missed_ > 0 && link_.session().running) redraw();
   loop();
   screen_.giveBack();
   return farewell();
@@ -161,8 +163,17 @@ void Attachment::addTyped(const std::vector<TypedInput::Piece>& pieces) {
   for (const TypedInput::Piece& piece : pieces) {
     // Several terminals show this session and all of them answer; the program asked once.
     if (piece.kind != SessionInput::Kind::typed && !link_.input().isAnswering()) continue;
+    if (piece.kind == SessionInput::Kind::typed) claimSize();
     link_.input().add(piece.kind, bytesOf(piece.bytes));
   }
+}
+
+// The session has the size of the terminal that is typed in, whatever others made of it meanwhile.
+void Attachment::claimSize() {
+  const TerminalRuntimeSessionInfo& session = link_.session();
+  const WindowSize size = LocalTerminal::size();
+  if (redrawAt_ || session.controlOwner || size == WindowSize{session.columns, session.rows}) return;
+  link_.resize(size);
 }
 
 void Attachment::takeSignals() {

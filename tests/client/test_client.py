@@ -39,6 +39,11 @@ class Attaching(ClientCase):
         two.type(b"stty size\r", b"20 70")
         two.resize(101, 41)
         wait_until(lambda: json.loads(self.call("ls", "--json"))["columns"] == 101, "the new size")
+        three = self.terminal("attach", columns=90, rows=30)
+        three.expect(b"detaches.")
+        three.type(DETACH)
+        three.finish()
+        two.type(b"stty size\r", b"41 101")  # that of the terminal that is typed in
         two.type(b"exit 3\r")
         self.assertEqual(3, two.finish())
 
@@ -95,6 +100,7 @@ class Attaching(ClientCase):
 
     def test_answers_of_the_terminal_come_once_and_only_to_who_asks_now(self):
         session = self.new("sh", "-c", r"stty raw -echo; printf '\033[6nasked'; cat -v")
+        self.wait_for_output(session, b"asked")
         one, two = self.attach(session, b"asked"), self.attach(session, b"asked")
         self.assertNotIn(b"\x1b[6n", one.screen + two.screen)  # asked before anybody looked
         one.type(b"x")
@@ -111,6 +117,10 @@ class Attaching(ClientCase):
         wait_until(lambda: json.loads(self.call("ls", "--json"))["outputOffset"] > 30000000, "the output")
         terminal.expect(b"bytes of output were skipped", b"done")
         terminal.type(b"again\r", b"again")
+        session = self.new("sh", "-c", "trap 'echo drawn' WINCH; head -c 2000000 /dev/zero | tr '\\0' y; "
+                                       "while sleep 0.1; do :; done")
+        wait_until(lambda: json.loads(self.call("show", session, "--json"))["outputOffset"] == 2000000, "the output")
+        self.attach(session, b"drawn")
 
     def test_a_session_is_not_attached_to_itself(self):
         terminal = self.terminal("new", "--detach-key", "none")
