@@ -12,6 +12,13 @@ bool isTakingBack(int rendition) {
          rendition == 55 || rendition == 59;
 }
 
+// How many of the parameters that follow name the colour of the letters, the ground or the underline; the
+// first of them tells the form.
+std::size_t colorParameters(int rendition, int form) {
+  if (rendition != 38 && rendition != 48 && rendition != 58) return 0;
+  return form == 2 ? 4 : form == 5 ? 2 : 0;
+}
+
 }  // namespace
 
 void TerminalModes::observe(std::string_view output) {
@@ -81,8 +88,10 @@ bool TerminalModes::isOnAlternateScreen() const {
 
 void TerminalModes::observeRendition(const ControlSequence& control) {
   if (control.parameters.empty()) simple_.reset(rendition);
-  for (const int parameter : control.parameters) {
+  for (std::size_t index = 0; index < control.parameters.size(); ++index) {
+    const int parameter = control.parameters[index];
     if (!isTakingBack(parameter)) simple_.set(rendition, parameter != 0);
+    index += colorParameters(parameter, control.parameter(index + 1));
   }
 }
 
