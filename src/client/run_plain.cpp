@@ -67,6 +67,7 @@ class PlainRun final : SessionLink::Observer {
   void readInput();
   void write();
   void control();
+  void suspendIfDue();
   void type(char key) { link_.input().add(SessionInput::Kind::typed, bytesOf({&key, 1})); }
   int status() const;
 
@@ -74,7 +75,7 @@ class PlainRun final : SessionLink::Observer {
   SessionLink link_;
   PlainInput encoder_;
   ByteQueue output_;
-  SignalPipe signals_{{SIGTERM, SIGHUP, SIGINT, SIGQUIT, SIGPIPE}};
+  SignalPipe signals_{{SIGTERM, SIGHUP, SIGINT, SIGQUIT, SIGPIPE, SIGTSTP}};
   // A write of at most so much never blocks when poll(2) said that it can be done.
   const std::size_t writeBytes_ = isPipeLike(STDOUT_FILENO) ? PIPE_BUF : 65536;
   const bool mayStop_ = inputAllowsStopping();
@@ -87,6 +88,7 @@ class PlainRun final : SessionLink::Observer {
   bool isHeld_ = false;
   bool isStopped_ = false;
   bool isRefused_ = false;
+  bool wantsSuspension_ = false;
 };
 
 int PlainRun::run() {
@@ -118,6 +120,7 @@ void PlainRun::turn() {
   link_.turn(entries[2].revents);
   if (!output_.empty()) write();
   if (!link_.ending()) control();
+  suspendIfDue();
 }
 
 int PlainRun::pollTimeout() const {
@@ -131,6 +134,8 @@ void PlainRun::takeSignals() {
       type(PlainInput::interrupt);
     } else if (signal == SIGQUIT) {
       type(PlainInput::quit);
+    } else if (signal == SIGTSTP) {
+      wantsSuspension_ = true;
     } else if (signal != SIGPIPE) {
       endingSignal_ = signal;
     }
@@ -155,9 +160,8 @@ void PlainRun::write() {
     const ssize_t count = ::write(STDOUT_FILENO, waiting.data(), std::min(waiting.size(), writeBytes_));
     if (count < 0 && (errno == EAGAIN || errno == EINTR)) return;
     if (count < 0) {
+      if (errno != EPIPE) throw Trouble("Standard output takes no more. Check the disk behind it.");
       endingSignal_ = SIGPIPE;
-      if (errno != EPIPE)
-        service_.notices().error("standard output takes no more: check the disk behind it.");
       return;
     }
     output_.consume(static_cast<std::size_t>(count));
@@ -166,18 +170,25 @@ void PlainRun::write() {
 }
 
 void PlainRun::control() {
-  if (!isHeld_ && (burst_ >= burst || output_.size() >= burst)) {
+  if (!isHeld_ && (wantsSuspension_ || burst_ >= burst || output_.size() >= burst)) {
     isHeld_ = true;
     isStopped_ = mayStop_ && sentInput_ < stoppableInput;
     if (isStopped_) type(PlainInput::stop);
   }
   // Not before the service has passed on all keys: only then is the stop known to have worked.
-  if (isHeld_ && output_.size() < resumeAt && link_.input().empty()) {
+  if (isHeld_ && !wantsSuspension_ && output_.size() < resumeAt && link_.input().empty()) {
     isHeld_ = false;
     burst_ = 0;
     if (std::exchange(isStopped_, false)) type(PlainInput::resume);
   }
   link_.turn(0);
+}
+
+// Not before the program was told to stop, where it can be: nobody takes its output meanwhile.
+void PlainRun::suspendIfDue() {
+  if (!wantsSuspension_ || (isStopped_ && !link_.ending() && !link_.input().empty())) return;
+  wantsSuspension_ = false;
+  ::kill(::getpid(), SIGSTOP);
 }
 
 void PlainRun::refuseInput() {

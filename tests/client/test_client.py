@@ -180,6 +180,21 @@ class Running(ClientCase):
                          first + run.communicate(timeout=60)[0])
         self.assertEqual(0, run.returncode)
 
+    def test_a_suspended_run_loses_nothing(self):
+        def offset():
+            return json.loads(self.call("ls", "--json") or b"{}").get("outputOffset", 0)
+        with open(self.directory + "/numbers", "w+b") as numbers, subprocess.Popen(
+                [VELOTIDE, "run", "--", "seq", "1000000"], env=self.environment, stdin=subprocess.DEVNULL,
+                stdout=numbers) as run:
+            wait_until(lambda: os.path.getsize(numbers.name) > 10000, "output")
+            run.send_signal(signal.SIGTSTP)
+            os.waitid(os.P_PID, run.pid, os.WSTOPPED | os.WEXITED | os.WNOWAIT)
+            wait_until(lambda: offset() == offset(), "the program to wait")
+            run.send_signal(signal.SIGCONT)
+            self.assertEqual(0, run.wait(60))
+        self.assertEqual(b"".join(b"%d\n" % number for number in range(1, 1000001)),
+                         pathlib.Path(numbers.name).read_bytes())
+
     def test_programs_start_as_from_a_shell(self):
         self.environment.update(LARGE="x" * 3000, WINDOWID="7", VELOTIDE_AGENT_CONTEXT="old")
         self.environment.pop("TERM")
