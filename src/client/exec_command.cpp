@@ -79,6 +79,7 @@ class Execution final : SessionLink::Observer {
     if (output_) show(output_->take(bytes, offset));
   }
   void missOutput(std::uint64_t bytes) override { missed_ += output_ ? bytes : 0; }
+  void loseConnection() override { service_.notices().note("connection lost: trying again"); }
 
   void awaitPrompt();
   bool isFree();
@@ -155,11 +156,12 @@ void Execution::show(std::string_view output) {
 }
 
 void Execution::awaitPrompt() {
+  Patience patience(service_.notices(), "the shell to show its prompt", promptDeadline);
   while (!isFree()) {
     if (link_.ending()) throw Refusal{ExecStatus::sessionEnded, "the session's program has ended"};
     const bool isStandstill = screen_.phase() == PromptScreen::Phase::running ||
                               (screen_.phase() == PromptScreen::Phase::prompt && isQuiet() && isEditing());
-    if (isStandstill || now() - begin_ > promptDeadline || deadline_ <= now()) refusePrompt();
+    if (isStandstill || patience.isSpent() || deadline_ <= now()) refusePrompt();
     // A line editor that switches the echo off sends nothing.
     constexpr Seconds look = 0.01;
     pump(screen_.phase() == PromptScreen::Phase::prompt ? look : settled);
@@ -192,8 +194,8 @@ void Execution::refusePrompt() {
                   "The session's shell does not report its commands. `velotide new` starts shells that do; a "
                   "program that is no shell takes `velotide send`."};
   throw Refusal{ExecStatus::notAtPrompt,
-                "The session's prompt is not free: something seems to be typed there already. Look with "
-                "`velotide read`; --force discards it."};
+                "The session's prompt is not free: something seems to be typed there already, or the prompt "
+                "ends in no known sign. Look with `velotide read`; --force discards what is typed."};
 }
 
 void Execution::takeControl() {

@@ -59,6 +59,7 @@ class PlainRun final : SessionLink::Observer {
   }
   void missOutput(std::uint64_t bytes) override { missed_ += bytes; }
   void refuseInput() override;
+  void loseConnection() override;
 
   bool isDone() const;
   void turn();
@@ -195,6 +196,11 @@ void PlainRun::refuseInput() {
   if (std::exchange(isRefused_, true)) return;
   service_.notices().error(link_.session().controlOwner.value_or("an agent") +
                            " took control of the session: standard input is not passed on and was lost.");
+}
+
+void PlainRun::loseConnection() {
+  // The service lets go of whoever cannot keep up; that is no news.
+  if (output_.size() <= fullAt) service_.notices().note("connection lost: trying again");
 }
 
 int PlainRun::status() const {

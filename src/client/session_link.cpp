@@ -12,6 +12,8 @@ namespace {
 
 constexpr Seconds openDeadline = 15;
 constexpr Seconds reconnectDeadline = 10;
+// The same while nothing listens there: a service that starts anew does not know the session.
+constexpr Seconds goneDeadline = 1;
 constexpr Seconds reconnectPause = 0.1;
 constexpr Seconds fullPause = 0.01;
 constexpr Seconds inquiryPause = 0.005;
@@ -233,8 +235,10 @@ void SessionLink::reconnect() {
   if (now_ - *lostAt_ > reconnectDeadline) return end(SessionEnding::Kind::serviceGone);
   try {
     connect();
-  } catch (const Trouble&) {
+  } catch (const Trouble& trouble) {
     connection_.reset();
+    const bool isGone = trouble.status == ExitStatus::notRunning && now_ - *lostAt_ > goneDeadline;
+    if (isGone) end(SessionEnding::Kind::serviceGone);
   }
 }
 

@@ -171,6 +171,11 @@ class Running(ClientCase):
             run.send_signal(sent)
             self.assertEqual((status, printed), (run.wait(20), run.stdout.read()))
             wait_until(lambda: b"running" not in self.call("ls"), "the end of the program")
+        run = self.start("run", "sh", "-c", "echo ready; read x", stdin=subprocess.PIPE, stderr=subprocess.PIPE)
+        run.stdout.readline()
+        os.kill(self.service_process(), signal.SIGKILL)
+        self.assertIn(b"connection lost", run.communicate(timeout=8)[1])
+        self.assertEqual(125, run.returncode)
 
     def test_a_slow_reader_loses_nothing(self):
         run = self.start("run", "--", "seq", "2000000", bufsize=0)

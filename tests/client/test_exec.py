@@ -80,7 +80,8 @@ class Exec(ClientCase):
     def test_a_program_without_marks_or_under_control_of_another_is_left_alone(self):
         session = self.new("sh", "-c", "echo ready; exec cat")
         self.wait_for_output(session, b"ready")
-        self.call("exec", session, "--timeout", "0.5", "--", "true", status=121)
+        self.call("exec", session, "--timeout", "1.5", "--", "true", status=121)
+        self.assertIn(b"waiting for the shell", self.errors)
         self.assertEqual(b"ready\r\n", self.call("read", session))
         for session in self.shells():
             self.execute("--", "true")
