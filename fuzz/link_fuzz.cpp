@@ -185,6 +185,8 @@ class Attachment : private SessionLink::Observer {
   void loseConnection() override {}
   void regainConnection() override {}
 
+  // Ends after the server, which otherwise would not take notice while it is waited for.
+  std::optional<SessionLink> link_;
   Script script_;
   ManualClock clock_;
   RuntimeServer server_;
@@ -192,7 +194,6 @@ class Attachment : private SessionLink::Observer {
   const client::Notices notices_{true};
   // Waits for no answer: nobody would give it meanwhile.
   client::Service service_{client::ServiceRoot::find(server_.state_.socket.root()), notices_, 0};
-  std::optional<SessionLink> link_;
   // Where the output that was shown ends.
   std::uint64_t expected_ = 0;
   std::string typed_;

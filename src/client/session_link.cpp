@@ -1,5 +1,7 @@
 #include "client/session_link.h"
 
+#include <sys/socket.h>
+
 #include <algorithm>
 #include <array>
 #include <utility>
@@ -11,6 +13,8 @@ namespace velotide::client {
 namespace {
 
 constexpr Seconds openDeadline = 15;
+// How long the service may take to let go of a connection that is over.
+constexpr Seconds leaveDeadline = 0.05;
 constexpr Seconds reconnectDeadline = 10;
 // The same while nothing listens there: a service that starts anew does not know the session.
 constexpr Seconds goneDeadline = 1;
@@ -30,6 +34,15 @@ SessionLink::SessionLink(Service& service, Observer& observer, const TerminalRun
       input_(session),
       cursor_(after),
       now_(now()) {}
+
+// A connection that is closed with something unread looks broken to the service, which would report that.
+SessionLink::~SessionLink() {
+  if (!connection_) return;
+  ::shutdown(connection_->descriptor(), SHUT_WR);
+  const Uptime until = now() + leaveDeadline;
+  while (waitFor(connection_->descriptor(), POLLIN, std::max(until - now(), 0.0)) && connection_->receive()) {
+  }
+}
 
 void SessionLink::open(int interruption) {
   Patience patience(service_.notices(), "the service to show the session", openDeadline);

@@ -46,6 +46,9 @@ class SessionLink {
   // Both must outlive it. `after`: absent for everything that is held.
   SessionLink(Service& service, Observer& observer, const TerminalRuntimeSessionInfo& session,
               std::optional<TerminalRuntimeOutputCursor> after);
+  ~SessionLink();
+  SessionLink(const SessionLink&) = delete;
+  SessionLink& operator=(const SessionLink&) = delete;
 
   // Subscribes; throws Trouble when that cannot be had within the bounds of a request. Leaves the rest to the
   // turns that follow once there is something to read from `interruption`.

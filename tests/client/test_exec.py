@@ -28,6 +28,7 @@ class Exec(ClientCase):
                 with self.subTest(words):
                     self.assertIn(output, (None, self.execute("--", *words, status=status)))
                     self.assertEqual(b"", self.errors)
+            self.assertNotIn(b"dropped", self.call("status"))
 
     def test_a_terminal_is_shown_no_question(self):
         for session in self.shells():
