@@ -29,6 +29,8 @@ std::string WatchFeed::trouble() const {
 
 void WatchFeed::refresh() {
   cursor_.reset();
+  // Sessions may have ended that nobody looked at; the past tells when.
+  hasPast_ = false;
   if (step_ == Step::resting) nextAt_ = now();
 }
 
