@@ -4,6 +4,7 @@
 #include <algorithm>
 #include <functional>
 #include <iostream>
+#include <ranges>
 
 #include "client/agent_command_line.h"
 #include "client/command_words.h"
@@ -52,6 +53,11 @@ class HelpFormatter : public CLI::Formatter {
     return usage;
   }
 };
+
+// An empty value stands for a variable that was not set, not for a choice.
+std::string refuseEmpty(const std::string& value) {
+  return value.empty() ? "needs a value that is not empty" : "";
+}
 
 // The command line as declared to the parser, and what to do once it is understood.
 class CommandLine {
@@ -133,7 +139,9 @@ CommandLine::CommandLine() {
 }
 
 void CommandLine::addGeneralOptions(CLI::App* command) {
-  command->add_option("--root", root_, "Directory of the service")->type_name("DIRECTORY");
+  command->add_option("--root", root_, "Directory of the service")
+      ->type_name("DIRECTORY")
+      ->check(refuseEmpty);
   command->add_flag("-q,--quiet", isQuiet_, "Say nothing but results and errors");
 }
 
@@ -156,7 +164,8 @@ void CommandLine::addStartOptions(CLI::App* command, bool attaches) {
   command->fallthrough(false);
   addGeneralOptions(command);
   command->add_option("-C,--directory", start_.directory, "Start there instead of here")
-      ->type_name("DIRECTORY");
+      ->type_name("DIRECTORY")
+      ->check(refuseEmpty);
   command->add_flag("--no-shell-integration", start_.leavesShellAlone,
                     "Do not make bash, zsh or fish tell which commands run");
   if (!attaches) return;
@@ -277,7 +286,8 @@ void CommandLine::addSend() {
       ->type_name("KEY")
       ->allow_extra_args(false);
   send->add_option("--as", owner_, "Type as this agent: take control, and release it unless held before")
-      ->type_name("OWNER");
+      ->type_name("OWNER")
+      ->check(refuseEmpty);
   send->footer(
       "\nKeys: ctrl-c and alt-x and the like, enter, tab, shift-tab, escape, space, backspace, delete,\n"
       "insert, up, down, left, right, home, end, pageup, pagedown, f1 to f12, or one character. They are\n"
@@ -332,10 +342,12 @@ void CommandLine::addServiceCommands() {
 void CommandLine::takeCommand(CLI::App* command) {
   start_.command = command->remaining();
   std::ranges::transform(start_.command, start_.command.begin(), asTyped);
-  if (!start_.command.empty() && start_.command.front().starts_with('-'))
-    throw CLI::ExtrasError({start_.command.front()});
+  const std::size_t names = command->get_name() == "restart" ? 1 : 0;
+  for (const std::string& word : start_.command | std::views::take(names + 1)) {
+    if (word.starts_with('-')) throw CLI::ExtrasError({word});
+  }
   if (!words_.rest) return;
-  const bool isPrograms = start_.command.size() > (command->get_name() == "restart" ? 1U : 0U);
+  const bool isPrograms = start_.command.size() > names;
   if (isPrograms) start_.command.emplace_back("--");
   start_.command.insert(start_.command.end(), words_.rest->begin(), words_.rest->end());
 }
@@ -356,8 +368,10 @@ int CommandLine::fail(const Trouble& trouble) const {
 int CommandLine::failUsage(const CLI::ParseError& error) const {
   // Help and version are thrown as well.
   if (error.get_exit_code() == 0) return app_.exit(error);
-  if (app_.get_subcommands().empty() && !words_.named.empty()) {
-    Notices().error(words_.named + " is no command. `velotide --help` lists those there are.");
+  if (app_.get_subcommands().empty() && app_.remaining_size() > 0) {
+    const std::string first = words_.named.empty() ? asTyped(app_.remaining().front()) : words_.named;
+    Notices().error(first + " is no " + (first.starts_with('-') ? "option" : "command") +
+                    ". `velotide --help` lists those there are.");
     return ExitStatus::usage;
   }
   Notices().error(std::string(error.what()) + ". See velotide --help, or velotide COMMAND --help.");

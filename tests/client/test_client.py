@@ -148,12 +148,19 @@ class Running(ClientCase):
     def test_what_cannot_be_done_as_asked_is_refused_before_anything_happens(self):
         session = self.new("true")
         wait_until(lambda: b"running" not in self.call("ls"), "the end of the program")
-        self.call("restart", "--detach-key", "foo", session, "--", "cat", status=125)
-        self.call("resize", session, status=2)
+        for words, status, said in [
+                (["restart", "--detach-key", "foo", session, "--", "cat"], 125, b"foo"), (["--bogus"], 2, b"bogus is no"),
+                (["restart", session, "--json", "--", "true"], 125, b"--json"), (["resize", session], 2, b""),
+                (["--root", "", "stop", "--close-all"], 2, b"--root"), (["--root=", "agent", "exit"], 1, b"--root"),
+                (["send", session, "--as", "", "x"], 2, b"--as"), (["run", "-C", "", "pwd"], 125, b"--directory")]:
+            with self.subTest(words):
+                self.call(*words, status=status)
+                self.assertIn(said, self.errors)
         self.assertNotIn(b"running", self.call("ls"))
         unmeasured = {**self.environment, **UNMEASURED}
-        silent = subprocess.run(["sh", "-c", f"{VELOTIDE} ls >&-"], env=unmeasured, check=False)
-        self.assertEqual(1, silent.returncode)
+        for words, status in (("ls >&-", 1), ("run echo x 1</dev/null", 125), (f"send {self.new('cat')} </", 1)):
+            silent = subprocess.run(["sh", "-c", f"{VELOTIDE} {words}"], env=unmeasured, check=False)
+            self.assertEqual(status, silent.returncode, words)
 
     def test_standard_input_and_output_pass_unchanged(self):
         everything = bytes(range(256))
