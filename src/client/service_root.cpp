@@ -75,8 +75,11 @@ void ServiceRoot::check() const {
     throw Trouble(path_ + " is not a directory. Remove it or name another with --root.");
   if (status.st_uid != ::getuid())
     throw Trouble(path_ + " belongs to another user. Name a directory of your own with --root.");
+  // Only what a service made its own is to be closed; others may need theirs open.
+  const bool isServices = ::access((path_ + "/runtime.lock").c_str(), F_OK) == 0;
   if (!isPrivateDirectory(path_))
-    throw Trouble(path_ + " is open to other users. Close it: chmod 700 " + path_);
+    throw Trouble(path_ + " is open to other users. " +
+                  (isServices ? "Close it: chmod 700 " + path_ : "Name another with --root."));
 }
 
 Connection ServiceRoot::connect() const {

@@ -343,7 +343,10 @@ class Failing(ClientCase):
         def fails(words, status=1, verb="ls"):
             self.call(verb, status=status)
             self.assertIn(words, self.errors)
-        os.mkdir(self.root, 0o700)
+        os.mkdir(self.root)
+        os.chmod(self.root, 0o755)
+        fails(b"Name another")
+        os.chmod(self.root, 0o700)
         fails(b"velotide new", status=3)
         with socket.socket(socket.AF_UNIX) as stale:
             stale.bind(self.root + "/runtime.sock")
