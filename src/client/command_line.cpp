@@ -10,6 +10,7 @@
 #include "client/command_words.h"
 #include "client/commands.h"
 #include "client/completion.h"
+#include "client/help_formatter.h"
 #include "client/trouble.h"
 #include "client/wait_command_line.h"
 #include "protocol/version.h"
@@ -38,21 +39,6 @@ constexpr const char* sessionFields =
     "reminderPolicy. Dates are seconds since 2001-01-01 00:00:00 UTC; fields without a value are left out.";
 
 constexpr const char* sessionHelp = "Session: its ID or an unambiguous beginning";
-
-// Adds to the line of usage the words of a program, which the parser leaves over.
-class HelpFormatter : public CLI::Formatter {
-  std::string make_usage(const CLI::App* app, std::string name) const override {
-    std::string usage = CLI::Formatter::make_usage(app, std::move(name));
-    const auto add = [&](const char* words) { usage.insert(usage.size() - 1, words); };
-    if (app->get_name() == "restart") add(" SESSION");
-    if (app->get_name() == "run")
-      add(" [--] COMMAND...");
-    else if (app->get_prefix_command())
-      add(" [--] [COMMAND...]");
-    if (app->get_name() == "exec") add(" -- COMMAND...");
-    return usage;
-  }
-};
 
 // An empty value stands for a variable that was not set, not for a choice.
 std::string refuseEmpty(const std::string& value) {
