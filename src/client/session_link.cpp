@@ -40,7 +40,8 @@ SessionLink::~SessionLink() {
   if (!connection_) return;
   ::shutdown(connection_->descriptor(), SHUT_WR);
   const Uptime until = now() + leaveDeadline;
-  while (waitFor(connection_->descriptor(), POLLIN, std::max(until - now(), 0.0)) && connection_->receive()) {
+  for (Seconds left = leaveDeadline; left > 0; left = until - now()) {
+    if (!waitFor(connection_->descriptor(), POLLIN, left) || !connection_->receive()) return;
   }
 }
 
