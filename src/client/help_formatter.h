@@ -5,7 +5,8 @@
 
 namespace velotide::client {
 
-// Help as the parser writes it, with the words of a program, which the parser leaves over, in the line of usage.
+// Help as the parser writes it, with the words of a program, which the parser leaves over, in the line of
+// usage.
 class HelpFormatter : public CLI::Formatter {
   std::string make_usage(const CLI::App* app, std::string name) const override;
 };
