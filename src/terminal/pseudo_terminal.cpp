@@ -9,8 +9,6 @@
 #include <termios.h>
 #include <unistd.h>
 
-#include <initializer_list>
-
 #include "base/file_descriptor.h"
 #include "base/platform.h"
 
@@ -40,7 +38,8 @@ bool setCloseOnExec(int descriptor) { return ::fcntl(descriptor, F_SETFD, FD_CLO
 // over `verdict`; a successful exec closes it.
 [[noreturn]] void becomeProgram(const Program& program, int verdict) {
   velotide::platform::closeDescriptorsFrom(STDERR_FILENO + 1, verdict);
-  for (const int number : {SIGPIPE, SIGHUP, SIGINT, SIGTERM, SIGQUIT, SIGXFSZ}) ::signal(number, SIG_DFL);
+  // Whatever the service or its launcher ignores; those that cannot be set keep their default.
+  for (int number = 1; number < NSIG; ++number) ::signal(number, SIG_DFL);
   if (::chdir(program.directory) == 0) ::execve(program.executable, program.arguments, program.environment);
   const int error = errno;
   [[maybe_unused]] const ssize_t written = ::write(verdict, &error, sizeof error);

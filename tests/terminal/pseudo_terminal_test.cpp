@@ -52,12 +52,5 @@ TEST(PseudoTerminal, KeepsTheDescriptorsOfTheServiceFromTheChild) {
   EXPECT_EQ(waitForExit(probe), 0);
 }
 
-TEST(PseudoTerminal, MasterNeverBlocksAndIsNotInherited) {
-  const Child child = spawn("exit 0");
-  EXPECT_NE(fcntl(child.master.get(), F_GETFL) & O_NONBLOCK, 0);
-  EXPECT_NE(fcntl(child.master.get(), F_GETFD) & FD_CLOEXEC, 0);
-  EXPECT_EQ(waitForExit(child), 0);
-}
-
 }  // namespace
 }  // namespace velotide
