@@ -96,6 +96,57 @@ TEST_F(Deadlines, AStreamOfInputKeepsNoOtherTerminalWaiting) {
   EXPECT_GE(pushes, 5);
 }
 
+// What one turn does, however much there is to do.
+using Turns = Deadlines;
+
+TEST_F(Turns, AnswerEightRequestsTwiceAndReadSixteenKibibytesOfAClient) {
+  const std::string hello =
+      R"({"protocolVersion":3,"action":"hello","id":")" + Uuid::random().text() + "\"}\n";
+  for (const auto& [padding, answered] : {std::pair(std::size_t{0}, std::vector{8, 16, 20}),
+                                          std::pair(16384 - hello.size(), std::vector{1, 2, 3})}) {
+    SteppedClient client(service);
+    for (int each = 0; each < answered.back(); ++each) client.sendRaw(std::string(padding, ' ') + hello);
+    int got = 0;
+    for (const int expected : answered) {
+      service.turn();
+      while (client.take()) ++got;
+      EXPECT_EQ(got, expected);
+    }
+  }
+}
+
+TEST_F(Turns, TakeEightConnections) {
+  std::deque<SteppedClient> waiting;
+  while (waiting.size() < 10) waiting.emplace_back(service, 0).sendRaw("\n");
+  service.turn(2);
+  EXPECT_EQ(std::ranges::count_if(waiting, &SteppedClient::isClosed), 8);
+}
+
+TEST_F(Turns, TakeOfEachTerminalItsShare) {
+  const auto pause = std::chrono::milliseconds(1);
+  // The first terminal is alone with its watcher and the listener; reads may be short.
+  for (const auto& [turns, passed, least, most] :
+       {std::tuple(20, 0.02, 8193U, 8192U + 3 * 1024), std::tuple(1, 0.0, 513U, 1024U),
+        std::tuple(1, 0.02, 1025U, 4096U)}) {
+    const TemporaryDirectory directory;
+    const std::string full = directory.path() + "/full";
+    SteppedClient watcher(service);
+    const auto session = create("head -c 9000 /dev/zero; : >" + full + "; exec yes");
+    ASSERT_TRUE(watcher.request(service.make(Action::subscribe, session)).ok);
+    for (int tries = 0; !std::filesystem::exists(full) && tries < 9000; ++tries)
+      std::this_thread::sleep_for(pause);
+    while (watcher.take()) continue;
+    clock.advance(passed);
+    std::size_t taken = 0;
+    for (int count = 0; count < turns; ++count, std::this_thread::sleep_for(pause)) {
+      service.turn();
+      while (const auto push = watcher.take()) taken = std::max(taken, push->data->copy().size());
+    }
+    EXPECT_GE(taken, least);
+    EXPECT_LE(taken, most);
+  }
+}
+
 TEST_F(Deadlines, AClientThatTakesNothingIsCutOffAndASubscriberLater) {
   const auto session = create("head -c 1000000 /dev/zero; cat");
   service.turnUntil([&] { return ask(service.make(Action::read, session)).latestOffset == 1000000U; });

@@ -89,15 +89,15 @@ class SteppedService {
 // One connection to it. Requests go through the socket; nothing is read unless asked.
 class SteppedClient {
  public:
-  explicit SteppedClient(SteppedService& service) : service_(service) { connect(); }
+  explicit SteppedClient(SteppedService& service, int turns = 1) : service_(service) { connect(turns); }
 
   // Anew, where the service dropped the connection.
-  void connect() {
+  void connect(int turns = 1) {
     socket_ = FileDescriptor(::socket(AF_UNIX, SOCK_STREAM, 0));
     if (platform::connectLocal(socket_.get(), service_.root() + "/runtime.sock") != 0)
       throw std::runtime_error("cannot connect");
     platform::suppressBrokenPipeSignal(socket_.get());
-    service_.turn();
+    service_.turn(turns);
   }
 
   void send(const TerminalRuntimeRequest& request) {
