@@ -21,6 +21,9 @@ TEST_F(Bridge, EveryRefusalHasItsWord) {
         Row{R"(bind_native_agent",)" + tabKey + token, "invalidCapability"},
         Row{R"(bind_native_agent","agentKind":"claude",)" + tabKey + token, "invalidCapability"},
         Row{R"(report_agent_state",)" + tabKey, "invalidState"},
+        Row{R"(report_agent_state","agentReport":{"instanceID":)" + id + R"(,"runID":)" + id +
+                R"(,"token":"","sequence":1,"activity":"idle"},)" + tabKey,
+            "invalidCapability"},
         Row{R"(read_session_events","eventCursor":)" + from + "99}", "future_cursor"},
         Row{R"(read_session_events","eventCursor":)" + from + "1}", "cursor_expired"},
         Row{R"(read_session_events","eventCursor":{"appEpoch":)" + id + R"(,"sequence":1})", "app_restarted"},
@@ -39,24 +42,6 @@ TEST_F(Bridge, EveryRefusalHasItsWord) {
   drop(R"("action":"fly","noResponse":true)");
   pass();
   EXPECT_TRUE(names("responses").empty());
-}
-
-TEST_F(Bridge, AgentBindsAndReports) {
-  context.prepare(tab, root);
-  const RuntimeNativeResponse bound = ask(R"("action":"bind_native_agent","agentKind":"tesseral",)" + tabKey +
-                                          R"(,"nativeAgentToken":")" + *context.token() + "\"");
-  ASSERT_TRUE(bound.agentGrant);
-  EXPECT_EQ(bound.agent, monitor.snapshot());
-  EXPECT_EQ(bound.snapshotSequence, 1U);
-  const auto report = [&](const char* sequence) {
-    return ask(R"("action":"report_agent_state",)" + tabKey + R"(,"agentReport":{"instanceID":")" +
-               bound.agentGrant->instanceID.text() + R"(","runID":")" + bound.agentGrant->runID.text() +
-               R"(","token":")" + bound.agentGrant->token + R"(","sequence":)" + sequence +
-               R"(,"activity":"blocked","blockReason":"question"})");
-  };
-  EXPECT_EQ(report("1").agent->activity, TerminalAgentActivity::blocked);
-  EXPECT_EQ(report("1").error, "staleSequence");
-  EXPECT_EQ(ask(R"("action":"get_agent_state",)" + tabKey).agent, monitor.snapshot());
 }
 
 TEST_F(Bridge, RequestIsAnsweredAtOnceAndWaitByItsResult) {

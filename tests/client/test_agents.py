@@ -225,7 +225,8 @@ class Reports(AgentCase):
                             (lambda: os.mkfifo(self.record, 0o600), "not believed"),
                             (lambda: write(own, 0o644), "not believed"), (lambda: write("{}"), "does not hold"),
                             (lambda: write(""), "does not hold"),
-                            (lambda: write(json.dumps(forged)), "no longer holds")]:
+                            (lambda: write(json.dumps(forged)), "no longer holds"),
+                            (lambda: self.record.with_suffix(".lock").chmod(0o640), "not believed")]:
             self.record.unlink()
             forge()
             self.agent("report", "working", status=1, says=says)

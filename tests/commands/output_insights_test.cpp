@@ -74,15 +74,17 @@ TEST(OutputInsights, KeepsThreeOfAKind) {
 
 TEST(OutputPattern, GivesUpOnHostileLinesOnly) {
   OutputPattern pattern(relativePathPattern);
+  OutputPattern greedy(u"(?:a|b)*c");
   const auto search = [&](const std::string& text) {
     const std::u16string line = toUtf16(text);
-    OutputPattern::Matches matches = pattern.matchesIn(line);
+    OutputPattern::Matches matches = (text.ends_with("c") ? greedy : pattern).matchesIn(line);
     const bool found = matches.next().has_value();
     return std::pair(found, matches.gaveUp());
   };
   EXPECT_EQ(search(repeat("a/a", 5400)), std::pair(false, true));
   EXPECT_EQ(search(repeat("a/a", 5400) + ".md"), std::pair(true, false));
   EXPECT_EQ(search(repeat("all is well ", 1300)), std::pair(false, false));
+  EXPECT_EQ(search(std::string(200000, 'a') + "c"), std::pair(false, true)) << "its stack, not its steps";
   OutputPattern broken(u"(");
   EXPECT_FALSE(broken.isFoundIn(u"("));
 }

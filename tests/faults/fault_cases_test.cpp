@@ -130,7 +130,7 @@ TEST_P(LastingFaults, NeitherSpinNorStopTheService) {
   client.connection().send(service.typed(used, "typed\n"));
   client.connection().send(service.make(Action::close, closed));
   client.connection().send(service.creationOfCat());
-  dropRequest(service.mailbox(), R"("action":"list_attention","schemaVersion":1)");
+  const auto asked = dropRequest(service.mailbox(), R"("action":"list_attention","schemaVersion":1)");
   faults::schedule({GetParam()});
   PatientClient later(service);
   settle();
@@ -139,6 +139,9 @@ TEST_P(LastingFaults, NeitherSpinNorStopTheService) {
   if (GetParam().call == Call::accept) {
     EXPECT_FALSE(later.connection().isClosed()) << "it waits until there is a descriptor";
     EXPECT_TRUE(client.ask(service.make(Action::list)).ok) << "the others are served meanwhile";
+  }
+  if (GetParam().call == Call::unlinkat) {
+    EXPECT_FALSE(std::filesystem::exists(service.mailbox() + "/responses/" + asked + ".json"));
   }
 
   faults::schedule({});
