@@ -11,6 +11,7 @@ import socket
 import subprocess
 import sys
 import termios
+import time
 
 from attached_terminal import ClientCase, VELOTIDE, wait_until
 from runtime_process import Client, Runtime, UNMEASURED
@@ -18,8 +19,13 @@ from runtime_process import Client, Runtime, UNMEASURED
 DETACH = b"\x1c"
 
 
-def is_nearly_full(pipe):
-    return int.from_bytes(fcntl.ioctl(pipe, termios.FIONREAD, bytes(4)), sys.byteorder) > 60000
+def is_full(pipe):
+    """Whether it takes no more: pages that are only half used count as full."""
+    def held():
+        return int.from_bytes(fcntl.ioctl(pipe, termios.FIONREAD, bytes(4)), sys.byteorder)
+    before = held()
+    time.sleep(0.1)
+    return 30000 < before == held()
 
 
 class Attaching(ClientCase):
@@ -275,7 +281,7 @@ class Listing(ClientCase):
         os.set_blocking(writing, False)
         with subprocess.Popen([VELOTIDE, "read", session], env=self.environment, stdout=writing) as client:
             os.close(writing)
-            wait_until(lambda: is_nearly_full(reading) or client.poll(), "a full pipe")
+            wait_until(lambda: is_full(reading) or client.poll(), "a full pipe")
             with open(reading, "rb") as pipe:
                 self.assertTrue(pipe.read().endswith(b"\n40000\r\n"))
         self.assertEqual(0, client.returncode)
@@ -284,7 +290,7 @@ class Listing(ClientCase):
         session = self.new("sh", "-c", "while echo aaaaaaaaaaaaaaaa; do :; done")
         for words in (["read", "-f", session], ["events", "-f"]):
             following = self.start(*words, stderr=subprocess.DEVNULL)
-            wait_until(lambda: is_nearly_full(following.stdout), "a full pipe")
+            wait_until(lambda: is_full(following.stdout), "a full pipe")
             following.send_signal(signal.SIGTERM)
             self.assertIn(following.wait(20), (0, 1), words)
 
