@@ -130,13 +130,15 @@ void Attachment::turn() {
   if (::poll(entries.data(), entries.size(), pollTimeout()) < 0 && errno != EINTR)
     throw Trouble("The terminal cannot be waited for. Try another one.");
   if (entries[0].revents != 0) takeSignals();
+  // First what came: what is typed goes by the state that the session has now.
+  link_.turn(entries[2].revents);
   if (entries[1].revents != 0) readTyped();
   if (input_.heldUntil()) addTyped(input_.expire(now()));
   if (redrawAt_ && *redrawAt_ <= now()) {
     redrawAt_.reset();
     link_.resize(LocalTerminal::size());
   }
-  link_.turn(entries[2].revents);
+  link_.turn(0);
   if (!screen_.flush()) endingSignal_ = SIGHUP;
 }
 
@@ -170,7 +172,8 @@ void Attachment::addTyped(const std::vector<TypedInput::Piece>& pieces) {
 
 // The session has the size of the terminal that is typed in, whatever others made of it meanwhile.
 void Attachment::claimSize() {
-  const TerminalRuntimeSessionInfo& session = link_.session();
+  // As the last answer to typing told it, too: a change of size alone is not pushed.
+  const TerminalRuntimeSessionInfo& session = link_.input().session();
   const WindowSize size = LocalTerminal::size();
   if (redrawAt_ || session.controlOwner || size == WindowSize{session.columns, session.rows}) return;
   link_.resize(size);

@@ -49,6 +49,7 @@ class Attaching(ClientCase):
         three.expect(b"detaches.")
         three.type(DETACH)
         three.finish()
+        two.type(b"echo\r", b"\r\n\r\n$ ")  # from the answer on it knows that the size is another
         two.type(b"stty size\r", b"41 101")  # that of the terminal that is typed in
         two.type(b"exit 3\r")
         self.assertEqual(3, two.finish())
