@@ -5,8 +5,7 @@
 #include <sstream>
 #include <string>
 
-#include "base/failure.h"
-#include "base/record.h"
+#include "support/refusal.h"
 
 namespace velotide {
 namespace {
@@ -27,20 +26,12 @@ class AgentMonitor : public testing::Test {
   void play(std::initializer_list<Step> script) {
     for (const Step& step : script) {
       const TerminalAgentMonitor before = monitor;
-      std::string outcome = refusal([&] { perform(step.operation, Date{step.at}); });
+      std::string outcome =
+          refusal<TerminalAgentReportError>([&] { perform(step.operation, Date{step.at}); });
       if (outcome.empty() && monitor == before) outcome = "=";
       if (monitor != before) outcome += state();
       if (instanceOf(monitor) != instanceOf(before)) outcome += " new";
       EXPECT_EQ(outcome, step.outcome) << step.operation << " at " << step.at;
-    }
-  }
-  // The word with which the action is refused, or nothing.
-  static std::string refusal(auto action) {
-    try {
-      action();
-      return "";
-    } catch (const Failure<TerminalAgentReportError>& failure) {
-      return std::string(rawWord(failure.word));
     }
   }
   static Uuid instanceOf(const TerminalAgentMonitor& of) {
@@ -111,7 +102,7 @@ class AgentMonitor : public testing::Test {
   }
   std::string reported(TerminalAgentReport report, auto change) {
     change(report);
-    return refusal([&] { monitor.report(report, Date{}); });
+    return refusal<TerminalAgentReportError>([&] { monitor.report(report, Date{}); });
   }
 
   const Uuid runA = Uuid::random(), runB = Uuid::random();

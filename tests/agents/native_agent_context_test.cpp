@@ -1,7 +1,6 @@
 #include "agents/native_agent_context.h"
 
 #include <gtest/gtest.h>
-#include <sys/stat.h>
 
 #include <filesystem>
 #include <fstream>

@@ -1,15 +1,102 @@
+#include <fcntl.h>
+#include <gtest/gtest.h>
 #include <sys/socket.h>
 #include <sys/stat.h>
+#include <unistd.h>
 
-#include "base/failure.h"
+#include <filesystem>
+#include <fstream>
+#include <string>
+#include <vector>
+
+#include "agents/native_agent_context.h"
 #include "base/platform.h"
-#include "bridge_fixture.h"
+#include "base/private_files.h"
+#include "bridge/native_bridge.h"
 #include "protocol/runtime_failure.h"
+#include "support/refusal.h"
+#include "support/temporary_directory.h"
 
 namespace velotide {
 namespace {
 
 namespace fs = std::filesystem;
+
+std::string newText() { return Uuid::random().text(); }
+
+// A mailbox in a directory of its own, over one running session.
+class Bridge : public testing::Test, protected BridgeSessions {
+ protected:
+  Bridge() { open(); }
+
+  void open() {
+    bridge.emplace(root, events);
+    bridge->setWaits(waits);
+    bridge->setAttentionStore(attention);
+  }
+
+  // Puts a request file there, whole, and answers its identifier. The text gets "id" as its first key.
+  std::string drop(const std::string& request, const std::string& id = newText()) const {
+    put("requests/" + id + ".json", "{\"id\":\"" + id + "\"," + request + "}");
+    return id;
+  }
+  void put(const std::string& path, const std::string& content) const {
+    replacePrivateFile(root + "/" + path, root + "/" + newText() + ".new", bytesOf(content));
+  }
+  std::string text(const std::string& path) const {
+    std::ifstream file(root + "/" + path);
+    return {std::istreambuf_iterator<char>(file), {}};
+  }
+  std::vector<std::string> names(const std::string& directory) const {
+    std::vector<std::string> all;
+    for (const auto& entry : fs::directory_iterator(root + "/" + directory))
+      all.push_back(entry.path().filename());
+    return all;
+  }
+  void pass() { bridge->process(*this, now); }
+
+  // The response to `id`, or nothing; it is then collected.
+  std::optional<RuntimeNativeResponse> collect(const std::string& id) const {
+    const std::string content = text("responses/" + id + ".json");
+    if (content.empty()) return std::nullopt;
+    ByteQueue bytes;
+    bytes.append(content);
+    ::unlink((root + "/responses/" + id + ".json").c_str());
+    JsonDocument document;
+    return decodeText<RuntimeNativeResponse>(document, bytes.mutableText());
+  }
+  RuntimeNativeResponse ask(const std::string& request) {
+    const std::string id = drop(request);
+    pass();
+    return collect(id).value_or(RuntimeNativeResponse{});
+  }
+
+  bool contains(const Uuid& tabID) const override { return tabID == tab; }
+  bool isRunning(const Uuid&) const override { return running; }
+  const std::optional<TerminalAgentSnapshot>& agent(const Uuid&) const override { return monitor.snapshot(); }
+  bool authorizes(const Uuid&, const std::optional<std::string>& token) const override {
+    return context.authorizes(token);
+  }
+  void updateAgent(const Uuid&, const std::function<void(TerminalAgentMonitor&)>& change) override {
+    change(monitor);
+    events.publish(tab, TerminalSessionEventKind::agentChanged, now, {.agent = monitor.snapshot()});
+  }
+
+  const SystemClock clock;
+  Date now = clock.date();
+  const Uuid tab = Uuid::random();
+  const std::string tabKey = "\"tab\":\"" + tab.text() + "\"";
+  bool running = true;
+  TerminalAgentMonitor monitor;
+  TerminalNativeAgentContext context;
+  TerminalSessionEventStore events{Uuid::random(), 4};
+  TerminalAttentionStore attention{events, clock};
+  TerminalWaitCoordinator waits{{events, [](const Uuid&) { return TerminalWaitTargetSnapshot{}; },
+                                 [this] { return attention.activeView(); }, [] { return true; }}};
+  const TemporaryDirectory home;
+  const std::string root = home.path() + "/native-tools";
+  std::optional<RuntimeNativeBridge> bridge;
+};
 
 const std::string request = R"("action":"list_attention")";
 
@@ -110,29 +197,22 @@ TEST_F(Bridge, StartClearsLeftoversUpToABound) {
   const auto fill = [this](int count) {
     for (int each = 0; each < count; ++each) std::ofstream(root + "/requests/" + newText() + ".json");
   };
-  const auto refusal = [this]() -> std::string {
-    try {
-      open();
-      return "";
-    } catch (const Failure<RuntimeFailure>& failure) {
-      return std::string(rawWord(failure.word));
-    }
-  };
+  const auto refused = [this] { return refusal<RuntimeFailure>([this] { open(); }); };
   fill(1024);
   put("responses/x.json", "");
   put("responses/x.pending", "");
-  EXPECT_EQ(refusal(), "");
+  EXPECT_EQ(refused(), "");
   EXPECT_TRUE(names("requests").empty());
   EXPECT_EQ(names("responses"), std::vector<std::string>{"x.pending"});
   fill(1025);
-  EXPECT_EQ(refusal(), "resource_limit");
+  EXPECT_EQ(refused(), "resource_limit");
   for (const char* directory : {"", "/requests", "/responses"}) {
     fs::permissions(root + directory, fs::perms(0750));
-    EXPECT_EQ(refusal(), "invalid_capability");
+    EXPECT_EQ(refused(), "invalid_capability");
     fs::permissions(root + directory, fs::perms(0700));
   }
   events.publish(tab, TerminalSessionEventKind::registered, now);
-  EXPECT_EQ(refusal(), "");
+  EXPECT_EQ(refused(), "");
   const std::string epoch = R"("appEpoch":")" + events.appEpoch().text() + "\"";
   EXPECT_EQ(text("runtime.json"), R"({"schemaVersion":1,)" + epoch + R"(,"pid":)" +
                                       std::to_string(::getpid()) + R"(,"version":"1.257.0-rc3","cursor":{)" +
@@ -140,7 +220,75 @@ TEST_F(Bridge, StartClearsLeftoversUpToABound) {
   EXPECT_EQ(fs::status(root + "/runtime.json").permissions(), fs::perms(0600));
   fs::rename(root, root + "-moved");
   fs::create_directory_symlink(root + "-moved", root);
-  EXPECT_EQ(refusal(), "invalid_capability");
+  EXPECT_EQ(refused(), "invalid_capability");
+}
+
+TEST_F(Bridge, EveryRefusalHasItsWord) {
+  context.prepare(tab, root);
+  const std::string token = R"(,"nativeAgentToken":")" + *context.token() + "\"";
+  const std::string id = R"("11111111-2222-4333-8444-555555555555")";
+  const std::string from = R"({"appEpoch":")" + events.appEpoch().text() + R"(","sequence":)";
+  for (int each = 0; each < 6; ++each) events.publish(tab, TerminalSessionEventKind::outputChanged, now);
+  using Row = std::pair<std::string, const char*>;
+  for (const auto& [asked, word] :
+       {Row{R"(list_attention","tab":"x")", "unavailable"},
+        Row{R"(get_agent_state","controlID":"x")", "unavailable"},
+        Row{R"(get_agent_state","tab":)" + id, "unavailable"}, Row{R"(fly","tab":)" + id, "unavailable"},
+        Row{R"(fly",)" + tabKey, "invalidCapability"},
+        Row{R"(List_attention",)" + tabKey, "invalidCapability"},
+        Row{R"(bind_native_agent","agentKind":"tesseral",)" + tabKey, "invalidCapability"},
+        Row{R"(bind_native_agent",)" + tabKey + token, "invalidCapability"},
+        Row{R"(bind_native_agent","agentKind":"claude",)" + tabKey + token, "invalidCapability"},
+        Row{R"(report_agent_state",)" + tabKey, "invalidState"},
+        Row{R"(report_agent_state","agentReport":{"instanceID":)" + id + R"(,"runID":)" + id +
+                R"(,"token":"","sequence":1,"activity":"idle"},)" + tabKey,
+            "invalidCapability"},
+        Row{R"(read_session_events","eventCursor":)" + from + "99}", "future_cursor"},
+        Row{R"(read_session_events","eventCursor":)" + from + "1}", "cursor_expired"},
+        Row{R"(read_session_events","eventCursor":{"appEpoch":)" + id + R"(,"sequence":1})", "app_restarted"},
+        Row{R"(wait_session","controlID":)" + id, "invalidSpec"},
+        Row{R"(cancel_wait","controlID":)" + id, "invalidSpec"},
+        Row{R"(cancel_wait","controlID":"me","waitID":"w")", "invalidSpec"},
+        Row{R"(cancel_all_waits","waitID":"w")", "invalidSpec"}}) {
+    const RuntimeNativeResponse answer = ask(R"("action":")" + asked);
+    EXPECT_EQ(answer.error, word) << asked;
+    EXPECT_FALSE(answer.ok || answer.agentGrant || answer.agent || answer.attention || answer.eventBatch);
+  }
+  running = false;
+  for (const char* action : {"bind_native_agent", "report_agent_state", "fly"})
+    EXPECT_EQ(ask(R"("action":")" + std::string(action) + "\"," + tabKey).error, "unavailable");
+  EXPECT_TRUE(ask(R"("action":"get_agent_state",)" + tabKey).ok);
+  drop(R"("action":"fly","noResponse":true)");
+  pass();
+  EXPECT_TRUE(names("responses").empty());
+}
+
+TEST_F(Bridge, RequestIsAnsweredAtOnceAndWaitByItsResult) {
+  const std::string owner = newText();
+  const std::string wait = R"("action":"wait_session","controlID":")" + owner +
+                           R"(","waitSpec":{"condition":"events","after":{"appEpoch":")" +
+                           events.appEpoch().text() + R"(","sequence":0}})";
+  const std::string listing = drop(R"("action":"list_attention")");
+  pass();
+  EXPECT_EQ(text("responses/" + listing + ".json"),
+            "{\"id\":\"" + listing +
+                R"(","action":"list_attention","version":"1.257.0-rc3","schemaVersion":1,)" +
+                R"("appName":"Velotide","snapshotSequence":0,"ok":true,"attention":[]})");
+  collect(listing);
+  const std::string silent = drop(wait + R"(,"noResponse":true)");
+  const std::string cancelled = drop(wait);
+  pass();
+  EXPECT_TRUE(names("responses").empty());
+  EXPECT_TRUE(
+      ask(R"("action":"cancel_wait","controlID":")" + owner + R"(","waitID":")" + cancelled + "\"").ok);
+  EXPECT_EQ(collect(cancelled)->waitResult->outcome, TerminalWaitOutcome::cancelled);
+  now = now + 30;
+  pass();
+  EXPECT_EQ(collect(silent)->waitResult->outcome, TerminalWaitOutcome::timeout);
+  events.publish(tab, TerminalSessionEventKind::outputChanged, now);
+  EXPECT_EQ(ask(wait).waitResult->event, events.eventAt(1));
+  EXPECT_TRUE(ask(R"("action":"cancel_all_waits","controlID":")" + owner + "\"").ok);
+  EXPECT_EQ(ask(wait).waitResult->outcome, TerminalWaitOutcome::cancelled);
 }
 
 }  // namespace

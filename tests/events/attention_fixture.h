@@ -5,10 +5,9 @@
 #include <string>
 #include <vector>
 
-#include "base/failure.h"
-#include "base/record.h"
 #include "events/attention_store.h"
 #include "support/manual_clock.h"
+#include "support/refusal.h"
 
 namespace velotide {
 
@@ -80,13 +79,10 @@ class AttentionFixture : public testing::Test {
     return store.record({kind, command, command, 1, failed}, tab, now);
   }
   std::string read(const Uuid& id, std::int64_t version) {
-    try {
-      store.markRead(id, version, now);
-      return takePublished();
-    } catch (const Failure<TerminalAttentionMutationError>& failure) {
-      EXPECT_EQ(published, "");
-      return std::string(rawWord(failure.word));
-    }
+    const std::string word =
+        refusal<TerminalAttentionMutationError>([&] { store.markRead(id, version, now); });
+    EXPECT_TRUE(word.empty() || published.empty());
+    return word.empty() ? takePublished() : word;
   }
 
   const Date now{100};

@@ -1,6 +1,5 @@
 #include <errno.h>
 #include <fcntl.h>
-#include <signal.h>
 #include <sys/stat.h>
 
 #include <set>

@@ -59,7 +59,3 @@ class Exhaustion(RuntimeCase):
         self.assertRegex(signals.finish(), rb"SigBlk:\s0+\r\nSigIgn:\s0+\r\n")
         for descriptor in range(3):
             self.assertEqual("/dev/null", os.readlink(f"/proc/{self.runtime.process.pid}/fd/{descriptor}"))
-
-
-if __name__ == "__main__":
-    unittest.main()

@@ -136,7 +136,3 @@ class Admission(RuntimeCase):
                 os._exit(status)
         self.assertEqual(0, os.waitpid(stranger, 0)[1], "neither bytes nor an error")
         self.accept(self.client.request("diagnostics"))
-
-
-if __name__ == "__main__":
-    unittest.main()

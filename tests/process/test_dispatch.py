@@ -4,7 +4,6 @@ import os
 import pathlib
 import re
 import time
-import unittest
 
 from runtime_process import FEATURES, REQUIRED, RuntimeCase, encode, launch, new_id, wait_until
 
@@ -210,7 +209,3 @@ class Launches(RuntimeCase):
                     continue
                 self.refuse(word, self.client.request("create", launch=launch(**changes)))
                 self.assertEqual([], self.client.request("list")["sessions"])
-
-
-if __name__ == "__main__":
-    unittest.main()

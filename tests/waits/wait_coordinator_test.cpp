@@ -2,8 +2,9 @@
 
 #include <gtest/gtest.h>
 
-#include <map>
 #include <tuple>
+
+#include "support/refusal.h"
 
 namespace velotide {
 namespace {
@@ -28,12 +29,8 @@ class Waits : public testing::Test {
   }
   // How the wait is refused, or how waits have ended when it has begun.
   std::string begin(const Spec& wanted, const std::string& by, const std::string& id = newText()) {
-    try {
-      waits.begin(id, by, wanted, now);
-      return outcomes();
-    } catch (const Failure<TerminalWaitError>& failure) {
-      return std::string(rawWord(failure.word));
-    }
+    const std::string word = refusal<TerminalWaitError>([&] { waits.begin(id, by, wanted, now); });
+    return word.empty() ? outcomes() : word;
   }
   std::string begin(Condition condition, void (*change)(Spec&) = nullptr) {
     Spec wanted = spec(condition);
