@@ -4,7 +4,6 @@
 
 #include <string>
 
-#include "base/uuid.h"
 #include "client/session_names.h"
 #include "client/trouble.h"
 
@@ -52,14 +51,12 @@ struct ScriptedSession {
     if (request.action != TerminalRuntimeAction::input) return {};
     const bool isReply = request.source == TerminalRuntimeInputSource::protocolReply;
     if (!isReply && request.controlEpoch != info.controlEpoch) return "control_changed";
-    if (isFull) return "resource_limit";
     if (request.inputSequence != info.nextInputSequence) return "control_changed";
     return {};
   }
 
   TerminalRuntimeSessionInfo info;
   std::string written;
-  bool isFull = false;
 };
 
 struct Input : testing::Test {
@@ -94,22 +91,6 @@ TEST_F(Input, SendsExactlyTheRefusedInputAgainWhenOthersTyped) {
   EXPECT_EQ(Outcome::fine, send("three"));
   EXPECT_EQ("OTHERonetwothree", session.written);
   EXPECT_TRUE(input.empty());
-}
-
-TEST_F(Input, IsHeldWhileTheSessionHasNoRoom) {
-  session.isFull = true;
-  EXPECT_EQ(Outcome::full, send("kept"));
-  session.isFull = false;
-  EXPECT_EQ(Outcome::fine, deliver());
-  EXPECT_EQ("kept", session.written);
-}
-
-TEST_F(Input, SplitsAtTheLimitOfOneRequest) {
-  type(std::string(150000, 'x'));
-  EXPECT_EQ(65536U, input.next()->data->size());
-  input.accept(session.answer(*input.unanswered()));
-  deliver();
-  EXPECT_EQ(150000U, session.written.size());
 }
 
 TEST_F(Input, IsNotDoubledWhenTheAnswerWasLost) {

@@ -64,8 +64,6 @@ TEST(CellText, CutsByCells) {
   for (const auto& [text, cells, beginning, end] : cases) {
     EXPECT_EQ(keepBeginning(text, cells), beginning);
     EXPECT_EQ(keepEnd(text, cells), end) << text << cells;
-    EXPECT_EQ(cellsOf(alignLeft(text, cells)), cells);
-    EXPECT_EQ(cellsOf(alignRight(text, cells)), cells);
   }
 }
 

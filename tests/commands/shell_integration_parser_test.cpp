@@ -57,15 +57,11 @@ TEST(ShellIntegrationParser, FindsTheSameMarksWhereverTheStreamIsCut) {
     if (event) expected.push_back({*event, begin, base + stream.size()});
   }
   for (std::size_t first = 0; first <= stream.size(); ++first) {
-    for (const std::size_t rest : {stream.size(), std::size_t{1}}) {
-      TerminalShellIntegrationParser parser;
-      Events events = parser.acceptLocated(bytesOf(stream).first(first), base);
-      for (std::size_t at = first; at < stream.size(); at += rest) {
-        const auto chunk = bytesOf(stream).subspan(at, std::min(rest, stream.size() - at));
-        for (auto& event : parser.acceptLocated(chunk, base + at)) events.push_back(event);
-      }
-      ASSERT_TRUE(events == expected) << "cut at " << first;
-    }
+    TerminalShellIntegrationParser parser;
+    Events events = parser.acceptLocated(bytesOf(stream).first(first), base);
+    for (auto& event : parser.acceptLocated(bytesOf(stream).subspan(first), base + first))
+      events.push_back(event);
+    ASSERT_TRUE(events == expected) << "cut at " << first;
   }
 }
 
