@@ -98,8 +98,8 @@ class ClientCase(unittest.TestCase):
 
     def start(self, *words, stdin=subprocess.DEVNULL, **options):
         """The client between pipes, running."""
-        client = subprocess.Popen([VELOTIDE, *words], env=self.environment, stdin=stdin, stdout=subprocess.PIPE,
-                                  **options)
+        client = subprocess.Popen([VELOTIDE, *words], env=self.environment, stdin=stdin,
+                                  **{"stdout": subprocess.PIPE, **options})
         self.addCleanup(client.__exit__, None, None, None)
         self.addCleanup(client.kill)
         return client

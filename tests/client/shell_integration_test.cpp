@@ -45,7 +45,6 @@ TEST(ShellIntegration, AddsWhatTheShellNeedsAndKeepsTheRest) {
            {{"/bin/bash", {"-bash"}, {{"BASH_FUNC_a_1%%", "f"}}}, "-bash|--posix|BASH_FUNC_a_1%%=f|" + load},
            {{"/bin/bash", {"-bash"}, {{"BASH_FUNC_a-1%%", "f"}}},
             "-bash|BASH_FUNC_a-1%%=f|PROMPT_COMMAND=" + hook},
-           {{"/bin/zsh", {"-zsh"}, {{"A", "b"}}}, "-zsh|A=b|ZDOTDIR=/scripts/zsh|"},
            {{"/bin/zsh", {"zsh"}, {{"ZDOTDIR", "/d"}}}, "zsh|VELOTIDE_USER_ZDOTDIR=/d|ZDOTDIR=/scripts/zsh|"},
            {{"/bin/fish", {"fish", "-i"}, {}},
             R"(fish|--init-command|source '/a\'b\\c/velotide.fish'|-i|)",

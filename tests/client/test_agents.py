@@ -157,7 +157,6 @@ class Hooks(AgentCase):
                              (["tesseral"], hook("Stop")), (["nobody"], ""), ([], "")]:
             self.agent("hook", *words, given=given, status=1, says="velotide: ")
         self.assertEqual("claude working", self.state())
-        self.assertEqual(1, self.velotide("--root=", "agent", "nonsense")[0])
         self.agent("report", "idle", "--agent-session", SESSION, "--task", "a b", status=1, says="velotide: ")
         self.agent("hook", "claude", given=hook("PermissionRequest", "Bash"))  # nothing ended
         self.assertEqual("claude blocked approval", self.state())
@@ -166,8 +165,6 @@ class Hooks(AgentCase):
         self.agent("hook", "claude", given=hook("UserPromptSubmit"))
         self.accept(self.session.request("bindAgent", agentKind="codex"))
         self.agent("hook", "claude", given=hook("PostToolUse"), status=1, says="no longer holds")
-        self.agent("hook", "claude", given=hook("PostToolUse"))
-        self.assertEqual("codex unknown", self.state())
         self.agent("hook", "claude", given=hook("UserPromptSubmit"))
         self.assertEqual("claude working", self.state())
 
@@ -351,16 +348,6 @@ class Floods(ClientCase):
                     break
             self.assertEqual(0, self.finish(client)[0], words)
 
-    def test_dropped_events_are_counted_also_of_a_log_that_was_empty(self):
-        client, pass_on = self.relay("events", "-f")
-        for _ in range(2):
-            pass_on()
-        self.session = self.client.create("exec cat")
-        self.happen(1100)
-        for _ in range(2):
-            pass_on()
-        self.assertRegex(self.end(client, pass_on)[2], " [0-9]+ events came faster")
-
     def bells(self, *versions):
         """The items by session, once they have these versions."""
         def items():
@@ -381,7 +368,10 @@ class Floods(ClientCase):
         self.assertTrue(pass_on())
         self.assertEqual((1, {loud.info["id"]}), (self.finish(client)[0], set(self.bells(17))))
 
-    def test_of_changes_that_were_dropped_the_sum_is_told(self):
+    def test_dropped_events_are_counted_and_of_dropped_changes_the_sum_is_told(self):
+        events, pass_events = self.relay("events", "-f")
+        for _ in range(2):  # while the log is empty
+            pass_events()
         kept, rings, seen = (self.client.create("printf '\\a'; read x; printf '\\a'; exec cat") for _ in range(3))
         item = self.bells(1, 1, 1)[seen.info["id"]]
         client, pass_on = self.relay("attention", "-f", "--json")
@@ -392,7 +382,9 @@ class Floods(ClientCase):
         self.bells(1, 1, 2)
         self.session = kept
         self.happen(1100)
-        pass_on()
+        for passes in (pass_on, pass_events, pass_events):
+            passes()
+        self.assertRegex(self.end(events, pass_events)[2], " [0-9]+ events came faster")
         told = [json.loads(line) for line in self.end(client, pass_on)[1].splitlines()[3:]]
         self.assertEqual([(seen.info["id"], 1, True), (rings.info["id"], 2, False), (new.info["id"], 1, False)],
                          [(item["tabID"], item["version"], "resolvedAt" in item) for item in told])

@@ -144,7 +144,7 @@ class Running(ClientCase):
     def test_statuses_are_passed_on_and_told_apart(self):
         pathlib.Path(self.directory, "private").touch()
         for words, status in [
-                (["run", "--", "sh", "-c", "exit 7"], 7), (["run", "--", "sh", "-c", "kill -TERM $$"], 143),
+                (["run", "--", "sh", "-c", "exit 255"], 255), (["run", "--", "sh", "-c", "kill -TERM $$"], 143),
                 (["run", "--", "true"], 0), (["run", "--", "no-such-program"], 127), (["ls", "--nonsense"], 2),
                 (["run", "--", self.directory + "/private"], 126), (["new", "--nonsense"], 125),
                 (["run", "--directory", "/nowhere", "--", "true"], 125)]:
@@ -201,10 +201,9 @@ class Running(ClientCase):
 
     def test_a_suspended_run_loses_nothing(self):
         def offset():
-            return json.loads(self.call("ls", "--json") or b"{}").get("outputOffset", 0)
-        with open(self.directory + "/numbers", "w+b") as numbers, subprocess.Popen(
-                [VELOTIDE, "run", "--", "seq", "1000000"], env=self.environment, stdin=subprocess.DEVNULL,
-                stdout=numbers) as run:
+            return json.loads(self.call("ls", "--json"))["outputOffset"]
+        with open(self.directory + "/numbers", "w+b") as numbers:
+            run = self.start("run", "--", "seq", "1000000", stdout=numbers)
             wait_until(lambda: os.path.getsize(numbers.name) > 10000, "output")
             run.send_signal(signal.SIGTSTP)
             os.waitid(os.P_PID, run.pid, os.WSTOPPED | os.WEXITED | os.WNOWAIT)
@@ -280,12 +279,12 @@ class Listing(ClientCase):
         self.wait_for_output(session, b"\n40000\r\n")
         reading, writing = os.pipe()
         os.set_blocking(writing, False)
-        with subprocess.Popen([VELOTIDE, "read", session], env=self.environment, stdout=writing) as client:
-            os.close(writing)
-            wait_until(lambda: is_full(reading) or client.poll(), "a full pipe")
-            with open(reading, "rb") as pipe:
-                self.assertTrue(pipe.read().endswith(b"\n40000\r\n"))
-        self.assertEqual(0, client.returncode)
+        client = self.start("read", session, stdout=writing)
+        os.close(writing)
+        wait_until(lambda: is_full(reading) or client.poll(), "a full pipe")
+        with open(reading, "rb") as pipe:
+            self.assertTrue(pipe.read().endswith(b"\n40000\r\n"))
+        self.assertEqual(0, client.wait(20))
 
     def test_a_signal_ends_those_who_follow_also_when_nobody_reads(self):
         session = self.new("sh", "-c", "while echo aaaaaaaaaaaaaaaa; do :; done")

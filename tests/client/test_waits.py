@@ -91,7 +91,6 @@ class Waits(ClientCase):
 
         shown = self.velotide("wait", self.tab, "--output", "--timeout", "0", "--show-cursor")[2]
         self.assertRegex(shown, r"cursor \d+\n")
-        self.assertEqual(1, self.velotide("wait", "", "--event", "--timeout", "0")[0])
 
     def test_an_interrupted_wait_is_cancelled_and_one_without_a_service_ends(self):
         waiting = self.begin("wait", self.tab, "--output")

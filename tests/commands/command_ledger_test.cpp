@@ -47,6 +47,12 @@ TEST_F(CommandLedger, FollowsACommandFromStartToEnd) {
   EXPECT_EQ(last().exitCode, 2);
   EXPECT_EQ(evidence(), (TerminalRuntimeCommandLedger::Evidence{makeStarts.size(), makeStarts.size() + 6}));
   EXPECT_EQ(feed(mark("end=0")), "") << "nothing runs any more";
+  EXPECT_EQ(ledger.finish(State::completedUnknownStatus, {}, {}, now), std::nullopt);
+  feed(makeStarts + "fatal");
+  EXPECT_EQ(ledger.finish(State::completedUnknownStatus, {}, {}, now), last());
+  EXPECT_EQ(last().state, State::completedUnknownStatus);
+  EXPECT_TRUE(evidence().hasErrorSignal);
+  EXPECT_EQ(evidence().outputEnd, std::nullopt);
 }
 
 TEST_F(CommandLedger, ReportsEachChangeInOrder) {
@@ -61,15 +67,6 @@ TEST_F(CommandLedger, ReportsEachChangeInOrder) {
   EXPECT_EQ(superseded.endedAt, ledger.commands()[1].startedAt);
   EXPECT_EQ(superseded.exitCode, std::nullopt);
   EXPECT_EQ(ledger.evidence(superseded.id)->outputEnd, ledger.commands()[1].markerOffset);
-}
-
-TEST_F(CommandLedger, EndsARunningCommandOnce) {
-  feed(makeStarts + "fatal");
-  EXPECT_EQ(ledger.finish(State::completedUnknownStatus, {}, {}, now), last());
-  EXPECT_EQ(last().state, State::completedUnknownStatus);
-  EXPECT_TRUE(evidence().hasErrorSignal);
-  EXPECT_EQ(evidence().outputEnd, std::nullopt);
-  EXPECT_EQ(ledger.finish(State::completedUnknownStatus, {}, {}, now), std::nullopt);
 }
 
 TEST_F(CommandLedger, ReadsTheEndOfTheVisibleOutput) {

@@ -4,7 +4,6 @@
 #include <thread>
 
 #include "faults/faulty_service.h"
-#include "protocol/runtime_failure.h"
 
 namespace velotide {
 namespace {
@@ -94,30 +93,6 @@ TEST_F(Faults, EachActionIsRefusedWithItsWordAndLeavesNothingBehind) {
   EXPECT_TRUE(look(running).running);
 }
 
-TEST_F(Faults, BytesCutIntoPiecesAndInterruptedArriveWhole) {
-  const auto session = createSession("stty raw -echo; printf ready; exec head -c 60000");
-  service.turnUntil([&] { return look(session).outputOffset == 5U; });
-  client.ask(service.make(Action::subscribe, session));
-  std::string typed;
-  while (typed.size() < 60000) typed += std::to_string(typed.size()) + " ";
-  typed.resize(60000);
-  PatientClient typist(service);
-  std::vector<Fault> trouble = {{Call::poll, EINTR, 4, faults::always, 9}};
-  for (const Call call : {Call::read, Call::write, Call::send}) {
-    trouble.push_back({call, EINTR, 3, faults::always, 5});
-    trouble.push_back({call, 0, 1, faults::always, 2, 900});
-  }
-  faults::schedule(trouble);
-  EXPECT_TRUE(typist.ask(service.typed(look(session), typed)).ok);
-  std::string received;
-  while (received.size() < typed.size()) {
-    const auto push = client.connection().next();
-    ASSERT_TRUE(push.data) << push.error.value_or("");
-    received += textOf(push.data->copy());
-  }
-  EXPECT_TRUE(received == typed);
-}
-
 class LastingFaults : public Faults, public testing::WithParamInterface<Fault> {};
 
 TEST_P(LastingFaults, NeitherSpinNorStopTheService) {
@@ -184,9 +159,16 @@ TEST_F(Faults, AChildThatCannotBeReapedIsKilledAndHoldsNothingButTheEnd) {
   service.turnUntil([&] { return !service.isRunning(); });
 }
 
+TEST_F(Faults, TheEndOfAChildIsToldBehindWhatItPrintedLast) {
+  const auto session = createSession("stty raw -echo; head -c 12000 /dev/zero; exit 5");
+  siginfo_t end{};
+  EXPECT_EQ(::waitid(P_PID, static_cast<id_t>(session.pid), &end, WEXITED | WNOWAIT), 0);
+  service.turnUntil([&] { return !look(session).running; });
+  EXPECT_EQ(look(session).outputOffset, 12000U);
+}
+
 TEST_F(Faults, OutputIsKeptWhoseTerminalTakesNoMoreInput) {
-  const TemporaryDirectory directory;
-  const std::string sign = directory.path() + "/printed";
+  const std::string sign = service.root() + "/printed";
   const auto session =
       createSession("stty raw -echo; head -c 12000 /dev/zero; : >" + sign + "; exec sleep 60");
   const auto deadline = std::chrono::steady_clock::now() + std::chrono::seconds(20);

@@ -76,12 +76,16 @@ class Drops(RuntimeCase):
         return drops
 
     def test_an_undecodable_frame_drops_its_client_alone(self):
-        for count, raw in enumerate(NOT_A_REQUEST + [hello(f',{field}') for field in MISTYPED], 1):
+        expected = []
+        for raw in NOT_A_REQUEST + [hello(f',{field}') for field in MISTYPED]:
+            # Every other one right behind a request, whose answer is discarded with it; the longest comes in pieces.
+            action = (None, "hello", None, "list", None, "diagnostics")[len(expected) % 6] if len(raw) < 9999 else None
             broken = self.connect()
-            broken.send(raw.encode() + b"\n")
+            broken.send((broken.text(action)[1] if action else b"") + raw.encode() + b"\n")
             self.assertEqual(b"", broken.read_to_end())
-            expected = {"reason": "invalid_frame", "subscribed": False, "queuedBytes": 0}
-            self.assertEqual([expected] * min(count, 32), self.drops())
+            expected.append(("invalid_frame", False, action, action is not None))
+            self.assertEqual(expected[-32:], [(drop["reason"], drop["subscribed"], drop.get("lastAction"),
+                                               drop["queuedBytes"] > 0) for drop in self.drops()])
 
     def test_131072_waiting_bytes_are_kept_and_one_more_drops_the_client(self):
         created = new_id()
@@ -117,18 +121,6 @@ class Drops(RuntimeCase):
         wait_until(admitted, "a place is free again")
         self.assertEqual([], self.client.request("diagnostics")["disconnects"])
 
-    def test_a_broken_frame_discards_the_answer_before_it_and_the_newest_32_of_40_drops_are_kept(self):
-        actions = ["hello", "list", "readEvents", "listAttention", "diagnostics"] * 8
-        for action in actions:
-            broken = self.connect()
-            broken.send(broken.text(action)[1] + b"\n")
-            self.assertEqual(b"", broken.read_to_end())
-        drops = self.drops()
-        self.assertEqual(actions[8:], [drop["lastAction"] for drop in drops])
-        for drop in drops:
-            self.assertEqual("invalid_frame", drop["reason"])
-            self.assertGreater(drop["queuedBytes"], 0)
-
 
 class SlowClients(RuntimeCase):
     def test_a_subscriber_that_never_reads_is_cut_off_at_two_mebibytes(self):
@@ -159,7 +151,3 @@ class SlowClients(RuntimeCase):
     def resident(self):
         shown = subprocess.check_output(["ps", "-o", "rss=", "-p", str(self.runtime.process.pid)])
         return int(shown) * 1024
-
-
-if __name__ == "__main__":
-    unittest.main()

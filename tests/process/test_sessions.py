@@ -2,10 +2,7 @@
 
 import os
 import pathlib
-import select
-import signal
 import time
-import unittest
 
 from runtime_process import REQUIRED, RuntimeCase, encode, wait_until
 
@@ -62,25 +59,6 @@ class Ends(RuntimeCase):
         for action in ("acquireControl", "releaseControl"):
             self.refuse("unavailable", session.request(action))
         self.assertNotIn("foregroundPID", self.accept(session.request("close")))
-
-    def test_the_end_of_a_child_is_told_behind_what_it_printed_last(self):
-        held = os.path.join(self.runtime.directory, "held")
-        os.mkfifo(held)
-        session = self.client.create(f"exec 3>{held}; stty raw -echo; printf R; read line; for each in $(seq 18); "
-                                     "do printf %01000d 0; sleep 0.01; done")
-        alive = self.enterContext(open(held, "rb"))
-        session.expect(b"R")
-        _, request = self.client.text("read", sessionID=session.info["id"], generation=session.info["generation"])
-        self.accept(session.input(b"\n"))
-        self.runtime.process.send_signal(signal.SIGSTOP)
-        is_over = select.select([alive], [], [], 5)[0]
-        time.sleep(0.05)  # from the end of its descriptors to its own
-        self.client.send(request)
-        self.runtime.process.send_signal(signal.SIGCONT)
-        reply = self.client.frame()
-        if not is_over or reply["session"]["running"]:
-            self.skipTest("a terminal holds less here, or the end came late")
-        self.assertEqual(18001, reply["latestOffset"])
 
     def test_output_may_end_before_the_child_does(self):
         flag = pathlib.Path(self.runtime.directory, "flag")
@@ -254,7 +232,3 @@ class Subscriptions(RuntimeCase):
         one.expect(b"ignored")
         two.input(b"2")
         self.assertEqual(b"2", self.push(second, lambda push: push.output).output)
-
-
-if __name__ == "__main__":
-    unittest.main()

@@ -3,7 +3,6 @@
 #include <gtest/gtest.h>
 
 #include <string>
-#include <tuple>
 
 namespace velotide {
 namespace {
@@ -29,23 +28,6 @@ TEST(OutputJournal, HoldsItsCapacityWithinBounds) {
        {std::pair{0, false}, {-1, false}, {1, true}, {16777216, true}, {16777217, false}}) {
     const auto error = errorOf([size = capacity] { Journal(size, Uuid::random()); });
     EXPECT_EQ(error, allowed ? std::nullopt : std::optional(Error::invalidCapacity)) << capacity;
-  }
-}
-
-TEST(OutputJournal, RefusesForeignAndFutureCursorsAndBadLimits) {
-  Journal journal(4, Uuid::random());
-  journal.append(bytesOf("abcd"));
-  const Uuid own = journal.generation();
-  const Uuid other = Uuid::random();
-  using Cursor = TerminalRuntimeOutputCursor;
-  using Row = std::tuple<std::optional<Cursor>, std::int64_t, std::optional<Error>>;
-  for (const auto& [after, limit, error] :
-       {Row{Cursor{own, 4}, 4, {}}, Row{Cursor{own, 5}, 4, Error::futureCursor},
-        Row{Cursor{other, 4}, 4, Error::generationChanged},
-        Row{Cursor{other, 99}, 4, Error::generationChanged}, Row{std::nullopt, 0, Error::invalidLimit},
-        Row{std::nullopt, -1, Error::invalidLimit}, Row{std::nullopt, 5, Error::invalidLimit},
-        Row{std::nullopt, 1, {}}}) {
-    EXPECT_EQ(errorOf([&, from = after, most = limit] { journal.read(from, most); }), error) << limit;
   }
 }
 
@@ -77,6 +59,12 @@ TEST(OutputJournal, AgreesWithAnUnboundedModel) {
         }
       }
       ASSERT_EQ(journal.read({}, 1).hasGap, oldest > 0);
+      const TerminalRuntimeOutputCursor future{journal.generation(), model.size() + 1};
+      ASSERT_EQ(errorOf([&] { journal.read(future, 1); }), Error::futureCursor);
+    }
+    for (const std::size_t limit : {std::size_t{0}, capacity + 1}) {
+      const auto read = [&] { journal.read({}, static_cast<std::int64_t>(limit)); };
+      EXPECT_EQ(errorOf(read), Error::invalidLimit) << limit;
     }
   }
 }
