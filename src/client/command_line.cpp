@@ -4,7 +4,6 @@
 #include <algorithm>
 #include <functional>
 #include <iostream>
-#include <ranges>
 
 #include "client/agent_command_line.h"
 #include "client/command_words.h"
@@ -329,7 +328,8 @@ void CommandLine::takeCommand(CLI::App* command) {
   start_.command = command->remaining();
   std::ranges::transform(start_.command, start_.command.begin(), asTyped);
   const std::size_t names = command->get_name() == "restart" ? 1 : 0;
-  for (const std::string& word : start_.command | std::views::take(names + 1)) {
+  for (std::size_t index = 0; index <= names && index < start_.command.size(); ++index) {
+    const std::string& word = start_.command[index];
     if (word.starts_with('-')) throw CLI::ExtrasError({word});
   }
   if (!words_.rest) return;

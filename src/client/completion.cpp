@@ -1,7 +1,9 @@
 #include "client/completion.h"
 
 #include <CLI/CLI.hpp>
-#include <regex>
+#include <algorithm>
+#include <iterator>
+#include <sstream>
 #include <string_view>
 #include <vector>
 
@@ -58,9 +60,18 @@ std::string expectedFor(const std::string& label) {
 
 // The words of a description that is nothing but a choice, like "bash, zsh or fish".
 std::string choiceIn(const std::string& description) {
-  static const std::regex choice("[a-z_]+(,\\s+[a-z_]+)*\\s+or\\s+[a-z_]+");
-  static const std::regex between(",?\\s+(or\\s+)?");
-  return std::regex_match(description, choice) ? std::regex_replace(description, between, " ") : "";
+  std::istringstream text(description);
+  std::vector<std::string> words(std::istream_iterator<std::string>(text), {});
+  if (words.size() < 3 || words[words.size() - 2] != "or") return "";
+  words.erase(words.end() - 2);
+  for (std::size_t index = 0; index < words.size(); ++index) {
+    std::string& word = words[index];
+    if (index + 2 < words.size() && word.ends_with(',')) word.pop_back();
+    if (!std::ranges::all_of(word,
+                             [](char letter) { return (letter >= 'a' && letter <= 'z') || letter == '_'; }))
+      return "";
+  }
+  return joined(words, [](const std::string& word) { return word; });
 }
 
 CompletedOption describe(const CLI::Option& option) {
